@@ -1,0 +1,60 @@
+#include "p_device_hytorc.h"
+
+#include "d_cmd_get_tool_info.h"
+#include "utilities.h"
+
+#include <QtDebug>
+
+namespace {
+
+const char* const c_pluginUuid = "{4b2d6999-ab8e-4a72-bfb0-c962b68e7bda}";
+const char* const c_pluginName = "Plugin Device Hytorc";
+// "Devi" packed into 32 bits: the host sorts the plug-in with its device plug-ins.
+constexpr quint64 c_pluginType = 1147500137;
+
+// The commands the plug-in offers, in the order the host lists them.
+using PrototypeFactory = DAbstractCommand* (*)(QObject* plugin);
+const PrototypeFactory c_commandFactories[] = {
+    &DCmdGetToolInfo::createPrototype,
+};
+
+} // namespace
+
+PDeviceHytorc::PDeviceHytorc(const QUuid& objectUuid, QObject* parent)
+    : DAbstractPlugin(QUuid(c_pluginUuid), QString::fromLatin1(c_pluginName), IPlugin::Type(c_pluginType),
+                      versionFromString(QStringLiteral("1.0"), nullptr, QLatin1Char('.')), objectUuid, parent,
+                      false)
+{
+    setProperty(QStringLiteral("typeName"), QVariant(QString("")), false);
+    traceLifecycle();
+}
+
+PDeviceHytorc::~PDeviceHytorc()
+{
+    traceLifecycle();
+}
+
+void PDeviceHytorc::initPluginCommands()
+{
+    initAbstractCommands();
+    for (PrototypeFactory factory : c_commandFactories)
+        declareInstructionCommand(factory(this));
+    emit sigCommandsInitDone(objectUuid(), commandNames());
+}
+
+IPlugin* PDeviceHytorc::createInstance(const QUuid& objectUuid) const
+{
+    return new PDeviceHytorc(objectUuid, nullptr);
+}
+
+const char* PDeviceHytorc::pluginSubTypeName() const { return ""; }
+
+QUuid PDeviceHytorc::getPluginId() { return QUuid(c_pluginUuid); }
+const char* PDeviceHytorc::getPluginName() { return c_pluginName; }
+quint64 PDeviceHytorc::getPluginType() { return c_pluginType; }
+
+void PDeviceHytorc::traceLifecycle() const
+{
+    qDebug() << objectName() << QStringLiteral("0x%1").arg(quintptr(this), 8, 16, QLatin1Char('0'))
+             << objectUuid() << pluginName();
+}

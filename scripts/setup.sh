@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs the Debian packages this project builds, tests and benchmarks with.
+# Idempotent: does nothing when every package is already present.
+set -euo pipefail
+
+packages=(
+  build-essential cmake pkg-config
+  qtbase5-dev qtdeclarative5-dev libqt5serialport5-dev
+  qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts
+  qml-module-qtqml-models2 qml-module-qttest qtdeclarative5-dev-tools
+  qttools5-dev-tools
+  libbenchmark-dev
+  clang libclang-rt-dev
+  socat
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+SUDO=""
+[ "$(id -u)" -eq 0 ] || SUDO="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update
+$SUDO apt-get install -y --no-install-recommends "${missing[@]}"
