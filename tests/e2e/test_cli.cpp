@@ -1,0 +1,121 @@
+// The command-line host as a user runs it: a real process, its output and exit status.
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtTest>
+
+namespace {
+
+struct Run {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+Run hytorc(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc", arguments);
+    process.closeWriteChannel();
+    Run run;
+    if (!process.waitForFinished(90000)) {
+        process.kill();
+        process.waitForFinished();
+        return run;
+    }
+    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2;
+    run.out = process.readAllStandardOutput();
+    run.err = process.readAllStandardError();
+    return run;
+}
+
+} // namespace
+
+class TestCli : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void mainJobAgainstTheSimulator();
+    void listAndTrace();
+    void usageAndLoadingErrors_data();
+    void usageAndLoadingErrors();
+    void missingToolAndStuckCommand();
+};
+
+void TestCli::mainJobAgainstTheSimulator()
+{
+    const Run run = hytorc({"getToolInfo"});
+    QVERIFY2(run.exitCode == 0, run.err.constData());
+    const QJsonObject result = QJsonDocument::fromJson(run.out).object();
+    QCOMPARE(result.value("command").toString(), QStringLiteral("getToolInfo"));
+    QCOMPARE(result.value("success").toBool(), true);
+    const QJsonObject info = result.value("results").toObject().value("deviceInformation").toObject();
+    QCOMPARE(info.size(), 9);
+    QVERIFY(!info.value("serial").toString().isEmpty());
+
+    // Two orders in one process: one JSON object per line with --json.
+    const Run twice = hytorc({"--json", "getToolInfo", "getToolInfo"});
+    QCOMPARE(twice.exitCode, 0);
+    const QList<QByteArray> lines = twice.out.trimmed().split('\n');
+    QCOMPARE(lines.size(), 2);
+    for (const QByteArray& line : lines)
+        QCOMPARE(QJsonDocument::fromJson(line).object().value("success").toBool(), true);
+}
+
+void TestCli::listAndTrace()
+{
+    const Run list = hytorc({"--json", "list"});
+    QCOMPARE(list.exitCode, 0);
+    const QJsonObject first = QJsonDocument::fromJson(list.out.split('\n').first()).object();
+    QCOMPARE(first.value("name").toString(), QStringLiteral("getToolInfo"));
+    QCOMPARE(first.value("description").toString(), QStringLiteral("Get tool identification info (via HytorcHcpComm)"));
+
+    const Run traced = hytorc({"--trace", "getToolInfo"});
+    QCOMPARE(traced.exitCode, 0);
+    QVERIFY2(traced.err.contains("host>tool 00 01 80 05 55 49 43 0d 0a fe 82 | data,link seq=0 len=5 \"UIC\\r\\n\""),
+             traced.err.constData());
+    QVERIFY(traced.err.contains("tool>host 00 01 48 00 ff b7 | ACK,last,link seq=0 len=0"));
+    QVERIFY(traced.err.contains("data,last,cmd seq=1 len=21 \"GET ADMIN TOOL_INFO\\r\\n\""));
+}
+
+void TestCli::usageAndLoadingErrors_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("reason");
+    QTest::newRow("no command") << QStringList() << QByteArray("no command given");
+    QTest::newRow("unknown command") << QStringList{"getNothing"} << QByteArray("unknown command \"getNothing\"");
+    QTest::newRow("parameter first") << QStringList{"lock=1", "getToolInfo"} << QByteArray("comes before any command");
+    QTest::newRow("bad option value") << QStringList{"--timeout", "soon", "getToolInfo"} << QByteArray("--timeout");
+    QTest::newRow("no plug-ins") << QStringList{"--plugins", "/nonexistent", "getToolInfo"} << QByteArray("/nonexistent");
+}
+
+void TestCli::usageAndLoadingErrors()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, reason);
+    const Run run = hytorc(arguments);
+    QCOMPARE(run.exitCode, 2);
+    QVERIFY2(run.err.startsWith("hytorc: ") && run.err.contains(reason), run.err.constData());
+    QVERIFY(run.out.isEmpty());
+}
+
+void TestCli::missingToolAndStuckCommand()
+{
+    const Run missing = hytorc({"--device", "/nonexistent/rfcomm0", "getToolInfo"});
+    QCOMPARE(missing.exitCode, 1);
+    QVERIFY2(missing.err.contains("cannot open /nonexistent/rfcomm0"), missing.err.constData());
+
+    const Run badSimulator = hytorc({"--sim-arg=--bogus", "getToolInfo"});
+    QCOMPARE(badSimulator.exitCode, 1);
+    QVERIFY2(badSimulator.err.contains("the tool simulator did not start") && badSimulator.err.contains("bogus"),
+             badSimulator.err.constData());
+
+    const Run stuck = hytorc({"--timeout", "2", "--sim-arg=--silent", "getToolInfo"});
+    QCOMPARE(stuck.exitCode, 1);
+    QVERIFY2(stuck.err.contains("getToolInfo did not finish within 2 s; stopped"), stuck.err.constData());
+    QCOMPARE(QJsonDocument::fromJson(stuck.out).object().value("success").toBool(true), false);
+}
+
+QTEST_GUILESS_MAIN(TestCli)
+#include "test_cli.moc"

@@ -1,0 +1,45 @@
+#ifndef D_CLI_SESSION_H
+#define D_CLI_SESSION_H
+
+#include "d_command_line.h"
+
+#include <QObject>
+#include <QTextStream>
+
+class DAbstractPlugin;
+class DCommandRunner;
+class DInstructionRouter;
+class DPluginHost;
+
+// One run of the command-line host: load the plug-ins, open the tool's link,
+// run the orders in sequence and print their results.
+class DCliSession : public QObject
+{
+    Q_OBJECT
+public:
+    enum EnExitCode { CeExitSuccess = 0, CeExitCommandFailed = 1, CeExitUsage = 2 };
+
+    explicit DCliSession(const DCommandLine& commandLine, QObject* parent = nullptr);
+    ~DCliSession() override;
+
+    int run();
+
+private:
+    bool setUp(QString* error);
+    bool prepareOrders(QList<QVariantMap>* arguments, QString* error) const;
+    bool openDevice(const QString& path, QString* error);
+    void closeDevice();
+    bool runOrder(const DCommandLine::Order& order, const QVariantMap& arguments);
+    void listCommands();
+    void print(const QVariantMap& object);
+
+    DCommandLine m_commandLine;
+    QTextStream m_out;
+    DInstructionRouter* m_router = nullptr;
+    DPluginHost* m_host = nullptr;
+    DCommandRunner* m_runner = nullptr;
+    DAbstractPlugin* m_device = nullptr;
+    DAbstractPlugin* m_driver = nullptr;
+};
+
+#endif // D_CLI_SESSION_H

@@ -1,0 +1,25 @@
+// hytorc: the command-line workstation for the HYTORC device plug-in.
+#include "d_cli_session.h"
+#include "d_command_line.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("hytorc"));
+    DCommandLine commandLine;
+    QString message;
+    if (!commandLine.parse(QCoreApplication::arguments(), &message)) {
+        if (commandLine.helpShown) {
+            std::fprintf(stdout, "%s", qPrintable(message));
+            return DCliSession::CeExitSuccess;
+        }
+        std::fprintf(stderr, "hytorc: %s\n", qPrintable(message));
+        return DCliSession::CeExitUsage;
+    }
+    DCliSession session(commandLine);
+    return session.run();
+}

@@ -1,0 +1,32 @@
+#ifndef D_SIGNAL_WATCHER_H
+#define D_SIGNAL_WATCHER_H
+
+#include <QObject>
+
+class QSocketNotifier;
+
+// Turns SIGINT and SIGTERM into a Qt signal, read from a signalfd on the event loop,
+// so that the simulator leaves through its normal clean-up.
+class DSignalWatcher : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Must run before any thread starts, so that every thread inherits the mask.
+    static void blockTerminationSignals();
+
+    explicit DSignalWatcher(QObject* parent = nullptr);
+    ~DSignalWatcher() override;
+
+signals:
+    void sigTerminate();
+
+private slots:
+    void onSignal();
+
+private:
+    int m_fd;
+    QSocketNotifier* m_notifier = nullptr;
+};
+
+#endif // D_SIGNAL_WATCHER_H

@@ -1,0 +1,39 @@
+#ifndef D_SIM_OPTIONS_H
+#define D_SIM_OPTIONS_H
+
+#include <QCoreApplication>
+#include <QString>
+
+// Everything the command line decides: the link, the tool's behaviour and the faults
+// to inject. Percentages are per frame and drawn from the seeded generator.
+class DSimOptions
+{
+public:
+    QString statePath;
+    QString linkPath;
+    QString framingWord = QStringLiteral("RESPONSE");
+    int baud = 115200;  // 0: no pacing
+    int seed = 1;
+    int eventPeriodMs = 0;  // 0: events only on demand
+    bool verbose = false;
+
+    int ignoreHeaders = 0;
+    bool junkBeforeReply = false;
+    int noisePercent = 0;
+    bool noiseWithNul = false;
+    int splitPercent = 0;
+    int duplicatePercent = 0;
+    int badChecksumPercent = 0;
+    int replyDelayMs = 0;
+    int errorCode = 0;  // 0: honest replies
+    bool silent = false;
+    int dropAfterFrames = 0;  // 0: never
+    int reopenAfterMs = -1;   // -1: the link stays down after a drop
+    int replyFrames = 1;
+
+    // Reads the command line of `app`; --help and --version print and exit there.
+    // False with a message in *error when a value is out of range.
+    bool parse(const QCoreApplication& app, QString* error);
+};
+
+#endif // D_SIM_OPTIONS_H

@@ -1,0 +1,34 @@
+#ifndef D_STDIN_COMMANDS_H
+#define D_STDIN_COMMANDS_H
+
+#include <QByteArray>
+#include <QObject>
+
+class QSocketNotifier;
+
+// Reads the operator's lines on standard input: "event", "drop", "quit". The end of
+// the input only stops the reading; it never stops the simulator.
+class DStdinCommands : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum EnCommand { CeEvent, CeDrop, CeQuit };
+    Q_ENUM(EnCommand)
+
+    explicit DStdinCommands(QObject* parent = nullptr);
+
+signals:
+    void sigCommand(DStdinCommands::EnCommand command);
+
+private slots:
+    void onReadable();
+
+private:
+    void takeLine(const QByteArray& line);
+
+    QSocketNotifier* m_notifier;
+    QByteArray m_pending;
+};
+
+#endif // D_STDIN_COMMANDS_H

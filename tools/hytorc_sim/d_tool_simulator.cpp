@@ -1,0 +1,146 @@
+#include "d_tool_simulator.h"
+
+#include "d_sim_options.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+// Periodic events wait while this much output is still queued (nobody reads the port).
+const qint64 c_maxEventBacklog = 4096;
+
+}  // namespace
+
+DToolSimulator::DToolSimulator(const DSimOptions& options, DToolState* state, QObject* parent)
+    : QObject(parent),
+      m_options(options),
+      m_random(quint32(options.seed)),
+      m_handler(state, options),
+      m_eventMaker(state, &m_random),
+      m_pacer(options.baud, [this](const QByteArray& bytes) { return m_port ? m_port->write(bytes) : -1; }),
+      m_writer(&m_pacer, &m_random, options),
+      m_link(&m_writer, &m_handler, options)
+{
+    connect(&m_link, &DHcpToolLink::sigDropRequested, this, &DToolSimulator::onDropRequested, Qt::QueuedConnection);
+    connect(&m_eventTimer, &QTimer::timeout, this, &DToolSimulator::onEventPeriod);
+}
+
+DToolSimulator::~DToolSimulator()
+{
+    removeLink();
+}
+
+bool DToolSimulator::start(QString* error)
+{
+    if (!openPort(error))
+        return false;
+    if (m_options.eventPeriodMs > 0)
+        m_eventTimer.start(m_options.eventPeriodMs);
+    return true;
+}
+
+void DToolSimulator::onCommand(DStdinCommands::EnCommand command)
+{
+    switch (command) {
+    case DStdinCommands::CeEvent:
+        sendEvent();
+        break;
+    case DStdinCommands::CeDrop:
+        onDropRequested();
+        break;
+    case DStdinCommands::CeQuit:
+        QCoreApplication::quit();
+        break;
+    }
+}
+
+void DToolSimulator::onDropRequested()
+{
+    if (!m_port)
+        return;
+    removeLink();
+    m_pacer.clear();
+    m_port.reset();
+    if (m_options.reopenAfterMs < 0) {
+        qInfo("link dropped");
+        return;
+    }
+    qInfo("link dropped, reopening in %d ms", m_options.reopenAfterMs);
+    QTimer::singleShot(m_options.reopenAfterMs, this, &DToolSimulator::onReopenDue);
+}
+
+void DToolSimulator::onReopenDue()
+{
+    QString error;
+    m_link.reset();
+    if (!openPort(&error))
+        qCritical("cannot reopen the link: %s", qPrintable(error));
+}
+
+void DToolSimulator::onEventPeriod()
+{
+    if (m_pacer.backlog() <= c_maxEventBacklog)
+        sendEvent();
+}
+
+bool DToolSimulator::openPort(QString* error)
+{
+    auto port = std::make_unique<DPseudoTerminal>();
+    if (!port->open(error))
+        return false;
+    connect(port.get(), &DPseudoTerminal::sigBytesReceived, &m_link, &DHcpToolLink::feed);
+    m_port = std::move(port);
+    if (!pointLink(error))
+        return false;
+    std::printf("%s\n", qPrintable(m_port->slavePath()));
+    std::fflush(stdout);
+    qInfo("tool on %s", qPrintable(m_port->slavePath()));
+    return true;
+}
+
+bool DToolSimulator::pointLink(QString* error)
+{
+    if (m_options.linkPath.isEmpty())
+        return true;
+    const QFileInfo link(m_options.linkPath);
+    if (link.exists() && !link.isSymLink()) {
+        *error = QStringLiteral("%1 exists and is not a symlink").arg(m_options.linkPath);
+        return false;
+    }
+    // Made aside and renamed over the old one, so that the path never misses.
+    const QByteArray path = QFile::encodeName(m_options.linkPath);
+    const QByteArray aside = path + ".new" + QByteArray::number(qint64(getpid()));
+    ::unlink(aside.constData());
+    if (::symlink(QFile::encodeName(m_port->slavePath()).constData(), aside.constData()) != 0
+        || ::rename(aside.constData(), path.constData()) != 0) {
+        *error = QStringLiteral("cannot point %1 to the port: %2")
+                     .arg(m_options.linkPath, QString::fromLocal8Bit(std::strerror(errno)));
+        return false;
+    }
+    return true;
+}
+
+void DToolSimulator::removeLink()
+{
+    if (!m_options.linkPath.isEmpty() && m_port && QFileInfo(m_options.linkPath).symLinkTarget() ==
+                                                       QFileInfo(m_port->slavePath()).absoluteFilePath())
+        QFile::remove(m_options.linkPath);
+}
+
+void DToolSimulator::sendEvent()
+{
+    if (!m_port) {
+        qInfo("no link: event not sent");
+        return;
+    }
+    const QString line = m_eventMaker.nextEventLine();
+    m_link.sendEvent(line);
+    qInfo("event %s", qPrintable(line));
+}

@@ -1,0 +1,40 @@
+// hytorc-sim: a cordless HYTORC tool on a pseudo-terminal, for running and testing
+// the host chain without the tool.
+#include "d_signal_watcher.h"
+#include "d_sim_options.h"
+#include "d_stdin_commands.h"
+#include "d_tool_simulator.h"
+#include "d_tool_state.h"
+
+#include <QCoreApplication>
+
+int main(int argc, char* argv[])
+{
+    DSignalWatcher::blockTerminationSignals();
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("hytorc-sim"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("1.0"));
+    qSetMessagePattern(QStringLiteral("hytorc-sim: %{message}"));
+
+    DSimOptions options;
+    QString error;
+    if (!options.parse(app, &error)) {
+        qCritical("%s", qPrintable(error));
+        return 2;
+    }
+    DToolState state;
+    if (!options.statePath.isEmpty() && !state.loadJson(options.statePath, &error)) {
+        qCritical("%s", qPrintable(error));
+        return 2;
+    }
+    DToolSimulator simulator(options, &state);
+    if (!simulator.start(&error)) {
+        qCritical("%s", qPrintable(error));
+        return 1;
+    }
+    DStdinCommands commands;
+    QObject::connect(&commands, &DStdinCommands::sigCommand, &simulator, &DToolSimulator::onCommand);
+    DSignalWatcher signalWatcher;
+    QObject::connect(&signalWatcher, &DSignalWatcher::sigTerminate, &app, &QCoreApplication::quit);
+    return app.exec();
+}
