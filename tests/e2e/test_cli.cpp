@@ -115,6 +115,21 @@ void TestCli::missingToolAndStuckCommand()
     QCOMPARE(stuck.exitCode, 1);
     QVERIFY2(stuck.err.contains("getToolInfo did not finish within 2 s; stopped"), stuck.err.constData());
     QCOMPARE(QJsonDocument::fromJson(stuck.out).object().value("success").toBool(true), false);
+
+    // SIGTERM (as Ctrl-C) stops the running command the host's way, and the rest of the sequence.
+    QProcess interrupted;
+    interrupted.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc",
+                      {"--sim-arg=--silent", "getToolInfo", "getToolInfo"});
+    QVERIFY(interrupted.waitForStarted());
+    QTest::qWait(1500);
+    interrupted.terminate();
+    QVERIFY2(interrupted.waitForFinished(10000), "the host must not ignore the signal");
+    QCOMPARE(interrupted.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(interrupted.exitCode(), 1);
+    QVERIFY(interrupted.readAllStandardError().contains("interrupted: 1 command(s) not run"));
+    const QJsonObject printed = QJsonDocument::fromJson(interrupted.readAllStandardOutput()).object();
+    QCOMPARE(printed.value("command").toString(), QStringLiteral("getToolInfo"));
+    QCOMPARE(printed.value("success").toBool(true), false);
 }
 
 QTEST_GUILESS_MAIN(TestCli)

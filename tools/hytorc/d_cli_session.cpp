@@ -6,8 +6,8 @@
 #include "d_command_runner.h"
 #include "d_frame_tracer.h"
 #include "d_instruction_router.h"
-#include "d_interrupt_watcher.h"
 #include "d_plugin_host.h"
+#include "d_signal_watcher.h"
 #include "d_simulator_process.h"
 
 #include <QEventLoop>
@@ -49,7 +49,9 @@ DCliSession::DCliSession(const DCommandLine& commandLine, QObject* parent)
     , m_router(new DInstructionRouter(this))
     , m_host(new DPluginHost(m_router, this))
     , m_runner(new DCommandRunner(this))
+    , m_signals(new DSignalWatcher(this))
 {
+    connect(m_signals, &DSignalWatcher::sigTerminate, this, &DCliSession::onTerminate);
     connect(m_router, &DInstructionRouter::sigInstructionFailed, this,
             [](const QString& target, const QString& instruction, const QString& reason) {
                 complain(QStringLiteral("%1 \"%2\": %3").arg(target, instruction, reason));
@@ -91,8 +93,13 @@ int DCliSession::run()
         return CeExitCommandFailed;
     }
     bool allOk = true;
-    for (int i = 0; i < m_commandLine.orders.size(); ++i)
+    int i = 0;
+    for (; i < m_commandLine.orders.size() && !m_interrupted; ++i)
         allOk = runOrder(m_commandLine.orders.at(i), arguments.at(i)) && allOk;
+    if (i < m_commandLine.orders.size()) {
+        complain(QStringLiteral("interrupted: %1 command(s) not run").arg(m_commandLine.orders.size() - i));
+        allOk = false;
+    }
     closeDevice();
     return allOk ? CeExitSuccess : CeExitCommandFailed;
 }
@@ -200,8 +207,7 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
         else
             m_runner->finish(runId);
     };
-    DInterruptWatcher interrupt;
-    connect(&interrupt, &DInterruptWatcher::sigInterrupted, &loop, stop);
+    m_stopCurrent = stop;
     QTimer limit;
     limit.setSingleShot(true);
     connect(&limit, &QTimer::timeout, &loop, [&] {
@@ -216,9 +222,18 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
         limit.start(int(m_commandLine.forSeconds * 1000));
     if (runId != 0 && !outcomes.contains(runId))
         loop.exec();
+    m_stopCurrent = nullptr;
     disconnect(finished);
     disconnect(updated);
     return outcomes.value(runId, false);
+}
+
+// Ctrl-C ends the running command (for a recurrent one, its normal end) and the sequence.
+void DCliSession::onTerminate()
+{
+    m_interrupted = true;
+    if (m_stopCurrent)
+        m_stopCurrent();
 }
 
 void DCliSession::listCommands()

@@ -6,10 +6,13 @@
 #include <QObject>
 #include <QTextStream>
 
+#include <functional>
+
 class DAbstractPlugin;
 class DCommandRunner;
 class DInstructionRouter;
 class DPluginHost;
+class DSignalWatcher;
 
 // One run of the command-line host: load the plug-ins, open the tool's link,
 // run the orders in sequence and print their results.
@@ -32,6 +35,7 @@ private:
     bool runOrder(const DCommandLine::Order& order, const QVariantMap& arguments);
     void listCommands();
     void print(const QVariantMap& object);
+    void onTerminate();
 
     DCommandLine m_commandLine;
     QTextStream m_out;
@@ -40,6 +44,10 @@ private:
     DCommandRunner* m_runner = nullptr;
     DAbstractPlugin* m_device = nullptr;
     DAbstractPlugin* m_driver = nullptr;
+    DSignalWatcher* m_signals = nullptr;
+    // Ends the command now running, the host's way; empty between commands.
+    std::function<void()> m_stopCurrent;
+    bool m_interrupted = false;
 };
 
 #endif // D_CLI_SESSION_H

@@ -1,6 +1,7 @@
 // hytorc: the command-line workstation for the HYTORC device plug-in.
 #include "d_cli_session.h"
 #include "d_command_line.h"
+#include "d_signal_watcher.h"
 
 #include <QCoreApplication>
 
@@ -8,6 +9,7 @@
 
 int main(int argc, char* argv[])
 {
+    DSignalWatcher::blockTerminationSignals();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("hytorc"));
     DCommandLine commandLine;

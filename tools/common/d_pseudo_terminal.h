@@ -22,6 +22,8 @@ public:
     QString slavePath() const { return m_slavePath; }
     // Non-blocking: the number of bytes taken (0 when the terminal is full), -1 on failure.
     qint64 write(const QByteArray& bytes);
+    // Closes both ends: for the host, the port vanishes.
+    void close();
 
 signals:
     void sigBytesReceived(const QByteArray& bytes);
@@ -31,7 +33,6 @@ private slots:
 
 private:
     bool openSlave(QString* error);
-    void close();
 
     int m_master = -1;
     int m_slave = -1;
