@@ -5,5 +5,5 @@ root="$(cd "$(dirname "$0")/.." && pwd)"
 bash "$root/scripts/build.sh"
 for b in "$root"/build/bin/bench_*; do
   echo "== $(basename "$b")"
-  "$b"
+  "$b" --benchmark_counters_tabular=true
 done

@@ -36,11 +36,15 @@ void BM_GetToolInfoEndToEnd(benchmark::State& state)
         state.SkipWithError("the workstation or the simulator could not start");
         return;
     }
-    DByteCounter counter;
-    QObject::connect(station.driver, SIGNAL(sigBytesWritten(QByteArray)), &counter, SLOT(onBytes(QByteArray)));
-    QObject::connect(station.driver, SIGNAL(sigBytesRead(QByteArray)), &counter, SLOT(onBytes(QByteArray)));
+    // Only the simulator paces its bytes; the host's writes reach the pseudo-terminal at once,
+    // so the floor of this set-up counts the tool's bytes, and the full-link floor all of them.
+    DByteCounter written;
+    DByteCounter read;
+    QObject::connect(station.driver, SIGNAL(sigBytesWritten(QByteArray)), &written, SLOT(onBytes(QByteArray)));
+    QObject::connect(station.driver, SIGNAL(sigBytesRead(QByteArray)), &read, SLOT(onBytes(QByteArray)));
     for (auto _ : state) {
-        counter.bytes = 0;
+        written.bytes = 0;
+        read.bytes = 0;
         QElapsedTimer clock;
         clock.start();
         const auto outcome = station.run("getToolInfo", {}, 30000);
@@ -50,10 +54,13 @@ void BM_GetToolInfoEndToEnd(benchmark::State& state)
             return;
         }
         state.SetIterationTime(ms / 1000.0);
-        const double floorMs = c_headerDelayMs + counter.bytes * c_bitsPerByte / c_baud * 1000.0;
+        const auto wireMs = [](qint64 bytes) { return bytes * c_bitsPerByte / c_baud * 1000.0; };
+        const double floorMs = c_headerDelayMs + wireMs(written.bytes + read.bytes);
+        const double pacedFloorMs = c_headerDelayMs + wireMs(read.bytes);
+        state.counters["bytes"] = double(written.bytes + read.bytes);
         state.counters["floor_ms"] = floorMs;
-        state.counters["bytes"] = double(counter.bytes);
-        state.counters["over_floor_ms"] = ms - floorMs;
+        state.counters["paced_floor_ms"] = pacedFloorMs;
+        state.counters["over_paced_floor_ms"] = ms - pacedFloorMs;
     }
 }
 

@@ -35,7 +35,7 @@ private slots:
 
 private:
     void processFrame(const QByteArray& frame);
-    // Cuts the frames out of rawBuffer (Part 2.2) and hands each to processFrame; safe
+    // Cuts the frames out of rawBuffer and hands each to processFrame; safe
     // against a reset or a new chunk arriving from a slot connected to our signals.
     void drainRawBuffer();
     void clearRawBuffer();
