@@ -7,11 +7,9 @@ packages=(
   build-essential cmake pkg-config
   qtbase5-dev qtdeclarative5-dev libqt5serialport5-dev
   qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts
-  qml-module-qtqml-models2 qml-module-qttest qtdeclarative5-dev-tools
   qttools5-dev-tools
   libbenchmark-dev
   clang libclang-rt-dev
-  socat
 )
 
 missing=()
