@@ -89,6 +89,19 @@ void connectSink(HytorcHcpComm* comm, Sink* sink)
     QObject::connect(comm, &HytorcHcpComm::sigError, comm, [sink](const QString&) { ++sink->errors; });
 }
 
+// An engine whose signals only count, fed chunk by chunk with increasing chunk numbers.
+struct CountedEngine {
+    QObject owner;
+    HytorcHcpComm* comm = new HytorcHcpComm(&owner);
+    Sink sink;
+    CountedEngine() { connectSink(comm, &sink); }
+    void feed(const QVector<QByteArray>& chunks)
+    {
+        for (const QByteArray& chunk : chunks)
+            comm->onRawData(chunk, nextChunkNumber());
+    }
+};
+
 qint64 totalSize(const QVector<QByteArray>& chunks)
 {
     qint64 total = 0;
@@ -100,14 +113,10 @@ qint64 totalSize(const QVector<QByteArray>& chunks)
 void BM_EventFrames(benchmark::State& state)
 {
     const QVector<QByteArray> chunks = cut(eventStream(), int(state.range(0)));
-    QObject owner;
-    HytorcHcpComm* comm = new HytorcHcpComm(&owner);
-    Sink sink;
-    connectSink(comm, &sink);
-    for (auto _ : state) {
-        for (const QByteArray& chunk : chunks)
-            comm->onRawData(chunk, nextChunkNumber());
-    }
+    CountedEngine engine;
+    const Sink& sink = engine.sink;
+    for (auto _ : state)
+        engine.feed(chunks);
     if (sink.events != qint64(state.iterations()) * c_eventFrames || sink.writes != sink.events)
         state.SkipWithError("event frames lost");
     state.SetBytesProcessed(qint64(state.iterations()) * totalSize(chunks));
@@ -147,17 +156,14 @@ void BM_ReplyFrames(benchmark::State& state)
 {
     constexpr int frames = 64;
     const QVector<QByteArray> chunks = cut(replyStream(frames), int(state.range(0)));
-    QObject owner;
-    HytorcHcpComm* comm = new HytorcHcpComm(&owner);
-    comm->sendRequest(QStringLiteral("GET JOBS PROFILE")); // its header timer never runs here
-    Sink sink;
-    connectSink(comm, &sink);
+    CountedEngine engine;
+    const Sink& sink = engine.sink;
+    engine.comm->sendRequest(QStringLiteral("GET JOBS PROFILE")); // its header timer never runs here
     for (auto _ : state) {
         state.PauseTiming();
-        toAwaitingReply(comm);
+        toAwaitingReply(engine.comm);
         state.ResumeTiming();
-        for (const QByteArray& chunk : chunks)
-            comm->onRawData(chunk, nextChunkNumber());
+        engine.feed(chunks);
     }
     if (sink.data != qint64(state.iterations()))
         state.SkipWithError("reply not complete");
@@ -168,14 +174,10 @@ BENCHMARK(BM_ReplyFrames)->Arg(20)->Arg(512);
 void BM_JunkChunks(benchmark::State& state)
 {
     const QVector<QByteArray> chunks(256, QByteArray(int(state.range(0)), '\xFF'));
-    QObject owner;
-    HytorcHcpComm* comm = new HytorcHcpComm(&owner);
-    Sink sink;
-    connectSink(comm, &sink);
-    for (auto _ : state) {
-        for (const QByteArray& chunk : chunks)
-            comm->onRawData(chunk, nextChunkNumber());
-    }
+    CountedEngine engine;
+    const Sink& sink = engine.sink;
+    for (auto _ : state)
+        engine.feed(chunks);
     if (sink.junk != qint64(state.iterations()) * chunks.size())
         state.SkipWithError("junk not detected");
     state.SetBytesProcessed(qint64(state.iterations()) * totalSize(chunks));
@@ -188,14 +190,10 @@ void BM_Noise(benchmark::State& state)
     for (int i = 0; i < noise.size(); ++i)
         noise[i] = char('A' + (i * 7) % 26);
     const QVector<QByteArray> chunks = cut(noise, int(state.range(0)));
-    QObject owner;
-    HytorcHcpComm* comm = new HytorcHcpComm(&owner);
-    Sink sink;
-    connectSink(comm, &sink);
-    for (auto _ : state) {
-        for (const QByteArray& chunk : chunks)
-            comm->onRawData(chunk, nextChunkNumber());
-    }
+    CountedEngine engine;
+    const Sink& sink = engine.sink;
+    for (auto _ : state)
+        engine.feed(chunks);
     if (sink.writes + sink.junk + sink.errors != 0)
         state.SkipWithError("noise taken for something");
     state.SetBytesProcessed(qint64(state.iterations()) * totalSize(chunks));
