@@ -63,7 +63,7 @@ void DSerialLink::onErrorOccurred(QSerialPort::SerialPortError error)
         return;
     const QString cause = error == QSerialPort::ResourceError ? m_port.errorString() : QStringLiteral("line hung up");
     shutDown(QStringLiteral("%1: device lost (%2)").arg(m_devicePath, cause));
-    emit sigPortLost();
+    emit sigPortLost(m_devicePath, cause);
 }
 
 void DSerialLink::shutDown(const QString& reason)
@@ -74,7 +74,11 @@ void DSerialLink::shutDown(const QString& reason)
     emit sigPortStateChanged(false, reason);
 }
 
+// QSerialPort's words for a port locked by another process name no one to blame.
 QString DSerialLink::portError() const
 {
+    if (m_port.error() == QSerialPort::PermissionError
+        && m_port.errorString() == QLatin1String("Permission error while locking the device"))
+        return QStringLiteral("%1 is in use by another program").arg(m_devicePath);
     return QStringLiteral("%1: %2").arg(m_devicePath, m_port.errorString());
 }

@@ -28,7 +28,7 @@ signals:
     void sigBytesWritten(const QByteArray& bytes);
     void sigPortStateChanged(bool open, const QString& reason);
     // The device went away; sigPortStateChanged(false, ...) came just before.
-    void sigPortLost();
+    void sigPortLost(const QString& devicePath, const QString& cause);
 
 private:
     void onReadyRead();

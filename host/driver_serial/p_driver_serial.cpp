@@ -31,6 +31,7 @@ PDriverSerial::PDriverSerial(const QUuid& objectUuid, QObject* parent)
     connect(&m_link, &DSerialLink::sigBytesWritten, this, &PDriverSerial::sigBytesWritten);
     connect(&m_link, &DSerialLink::sigPortStateChanged, this, &PDriverSerial::sigPortStateChanged);
     connect(&m_link, &DSerialLink::sigPortLost, this, &PDriverSerial::onPortLost);
+    connect(&m_link, &DSerialLink::sigPortLost, this, &PDriverSerial::sigPortLost);
 }
 
 // A driver offers instructions, not commands.

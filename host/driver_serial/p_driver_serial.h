@@ -30,6 +30,8 @@ signals:
     void sigBytesWritten(const QByteArray& bytes);
     void sigBytesRead(const QByteArray& bytes);
     void sigPortStateChanged(bool open, const QString& reason);
+    // The device went away under an open port (cause: "line hung up", ...).
+    void sigPortLost(const QString& devicePath, const QString& cause);
 
 private:
     using InstructionOpener = EnOpening (PDriverSerial::*)(quint64, const QVariantMap&, IInstructionReplySink*,

@@ -1,23 +1,34 @@
 #include "d_argument_converter.h"
 
 #include <QJsonDocument>
+#include <QtDebug>
 
-bool DArgumentConverter::convert(const QVariantList& declared, const QStringList& assignments,
-                                 QVariantMap* arguments, QString* message)
+bool DArgumentConverter::convert(const QString& command, const QVariantList& declared,
+                                 const QStringList& assignments, QVariantMap* arguments, QString* message)
 {
     QHash<QString, QString> types;
+    QStringList names;
     for (const QVariant& d : declared) {
         const QVariantMap declaration = d.toMap();
-        types.insert(declaration.value(QStringLiteral("name")).toString(),
-                     declaration.value(QStringLiteral("type")).toString());
+        names << declaration.value(QStringLiteral("name")).toString();
+        types.insert(names.last(), declaration.value(QStringLiteral("type")).toString());
     }
     for (const QString& assignment : assignments) {
         const int at = assignment.indexOf(QLatin1Char('='));
         const QString name = assignment.left(at);
         const QString text = assignment.mid(at + 1);
+        if (name.isEmpty()) {
+            *message = QStringLiteral("parameter \"%1\" has no name").arg(assignment);
+            return false;
+        }
+        // Some commands read parameters they do not declare: passed on, but a typo shows.
+        if (!types.contains(name))
+            qWarning().noquote() << QStringLiteral("%1 does not declare \"%2\" (declared: %3); passed on as text")
+                                        .arg(command, name, names.isEmpty() ? QStringLiteral("none")
+                                                                            : names.join(QStringLiteral(", ")));
         const QString type = types.value(name, QStringLiteral("QString"));
         QVariant value;
-        if (name.isEmpty() || !convertValue(type, text, &value)) {
+        if (!convertValue(type, text, &value)) {
             *message = QStringLiteral("parameter %1 is not a valid %2").arg(assignment, type);
             return false;
         }

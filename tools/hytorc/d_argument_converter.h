@@ -10,9 +10,10 @@ class DArgumentConverter
 {
 public:
     // `declared`: the command's parameter declarations ({name, type, ...}). Undeclared
-    // names pass as text. False with a one-line reason when a value does not fit its type.
-    static bool convert(const QVariantList& declared, const QStringList& assignments, QVariantMap* arguments,
-                        QString* message);
+    // names pass as text, with a warning. False with a one-line reason when a name is
+    // empty or a value does not fit its type.
+    static bool convert(const QString& command, const QVariantList& declared, const QStringList& assignments,
+                        QVariantMap* arguments, QString* message);
 
 private:
     static bool convertValue(const QString& type, const QString& text, QVariant* value);

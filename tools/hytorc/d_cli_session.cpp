@@ -6,6 +6,8 @@
 #include "d_command_runner.h"
 #include "d_frame_tracer.h"
 #include "d_instruction_router.h"
+#include "d_link_supervisor.h"
+#include "d_message_handler.h"
 #include "d_plugin_host.h"
 #include "d_signal_watcher.h"
 #include "d_simulator_process.h"
@@ -13,21 +15,21 @@
 #include <QEventLoop>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 #include <QTimer>
 #include <QUuid>
 
-#include <cstdio>
+#include <algorithm>
 
 namespace {
 
 const QString c_devicePluginName = QStringLiteral("Plugin Device Hytorc");
 const QString c_driverPluginName = QStringLiteral("Plugin Driver Serial");
 const QString c_driverTarget = QStringLiteral("driver");
-constexpr int c_openTimeoutMs = 5000;
 
 void complain(const QString& message)
 {
-    std::fprintf(stderr, "hytorc: %s\n", qPrintable(message));
+    DMessageHandler::say(message);
 }
 
 // A command tells its outcome in "cmd_success" (or "doneOk"); the end flag only when it has neither.
@@ -52,10 +54,6 @@ DCliSession::DCliSession(const DCommandLine& commandLine, QObject* parent)
     , m_signals(new DSignalWatcher(this))
 {
     connect(m_signals, &DSignalWatcher::sigTerminate, this, &DCliSession::onTerminate);
-    connect(m_router, &DInstructionRouter::sigInstructionFailed, this,
-            [](const QString& target, const QString& instruction, const QString& reason) {
-                complain(QStringLiteral("%1 \"%2\": %3").arg(target, instruction, reason));
-            });
 }
 
 // Commands still running are ended before the plug-ins go.
@@ -82,45 +80,62 @@ int DCliSession::run()
     }
     DSimulatorProcess simulator(m_commandLine.trace);
     QString path = m_commandLine.device;
-    if (path.isEmpty() && !simulator.start(m_commandLine.simulatorArguments, &path, &error)) {
-        complain(error);
-        return CeExitCommandFailed;
+    if (path.isEmpty()) {
+        if (!simulator.start(m_commandLine.simulatorArguments, &path, &error)) {
+            complain(error);
+            return simulator.refusedArguments() ? CeExitUsage : CeExitCommandFailed;
+        }
+        complain(QStringLiteral("no --device given: using the tool simulator on %1").arg(path));
     }
     if (m_commandLine.trace)
         new DFrameTracer(m_driver, this);
-    if (!openDevice(path, &error)) {
+    const auto pathSource = [&] { return m_commandLine.device.isEmpty() ? simulator.currentPath() : path; };
+    if (!m_link->open(pathSource, &error)) {
         complain(error);
         return CeExitCommandFailed;
     }
     bool allOk = true;
     int i = 0;
-    for (; i < m_commandLine.orders.size() && !m_interrupted; ++i)
+    QString lost;
+    for (; i < m_commandLine.orders.size() && !m_interrupted; ++i) {
+        if (!m_link->isUp() && !m_link->reconnect(m_commandLine.reconnectSeconds, &lost))
+            break;
         allOk = runOrder(m_commandLine.orders.at(i), arguments.at(i)) && allOk;
+    }
     if (i < m_commandLine.orders.size()) {
-        complain(QStringLiteral("interrupted: %1 command(s) not run").arg(m_commandLine.orders.size() - i));
+        const int notRun = m_commandLine.orders.size() - i;
+        complain(m_interrupted ? QStringLiteral("interrupted: %1 command(s) not run").arg(notRun)
+                               : QStringLiteral("link not back within %1 s: %2 command(s) not run (%3)")
+                                     .arg(m_commandLine.reconnectSeconds).arg(notRun).arg(lost));
         allOk = false;
     }
-    closeDevice();
+    m_link->close();
     return allOk ? CeExitSuccess : CeExitCommandFailed;
 }
 
 bool DCliSession::setUp(QString* error)
 {
-    if (!m_host->loadPlugins(m_commandLine.pluginDirectory, error))
-        return false;
+    // Only the two plug-ins we need must load; anything else in the folder is skipped.
+    QString skipped;
+    m_host->loadPlugins(m_commandLine.pluginDirectory, &skipped);
     IPlugin* deviceRoot = m_host->rootPlugin(c_devicePluginName);
     IPlugin* driverRoot = m_host->rootPlugin(c_driverPluginName);
     if (!deviceRoot || !driverRoot) {
         *error = QStringLiteral("\"%1\" not found in %2").arg(deviceRoot ? c_driverPluginName : c_devicePluginName,
                                                               m_commandLine.pluginDirectory);
+        if (!skipped.isEmpty())
+            *error += QStringLiteral(" (%1)").arg(skipped);
         return false;
     }
+    if (!skipped.isEmpty())
+        qWarning().noquote() << QStringLiteral("skipped in the plug-in folder: %1").arg(skipped);
     m_device = m_host->createInstance(deviceRoot, QUuid::createUuid());
     m_driver = m_host->createInstance(driverRoot, QUuid::createUuid());
     if (!m_device || !m_driver || !m_host->playTarget(c_driverTarget, m_driver)) {
         *error = QStringLiteral("the plug-ins could not be instantiated");
         return false;
     }
+    m_link = new DLinkSupervisor(m_router, m_driver, this);
     return true;
 }
 
@@ -132,49 +147,22 @@ bool DCliSession::prepareOrders(QList<QVariantMap>* arguments, QString* error) c
             return false;
         }
         QVariantMap converted;
-        if (!DArgumentConverter::convert(m_device->getCommandParameters(order.name), order.assignments,
-                                         &converted, error)) {
+        if (!DArgumentConverter::convert(order.name, m_device->getCommandParameters(order.name),
+                                         order.assignments, &converted, error)) {
             *error = order.name + QStringLiteral(": ") + *error;
             return false;
         }
         arguments->append(converted);
     }
-    return true;
-}
-
-bool DCliSession::openDevice(const QString& path, QString* error)
-{
-    const QVariantMap settings{
-        {"devicePath", path},  {"rawMode", true}, {"parallelListening", true}, {"baud_rate", 115200},
-        {"data_bits", 8},      {"parity", 0},     {"stop_bits", 1},            {"flow_control", 0}};
-    QEventLoop loop;
-    QVariantMap reply;
-    QString refusal;
-    const quint64 id = m_router->openInstruction(
-        c_driverTarget, QStringLiteral("changeDevicePath"), settings, c_openTimeoutMs,
-        [&](quint64, const QVariantMap& answer) {
-            reply = answer;
-            loop.quit();
-        },
-        &refusal);
-    if (id == 0) {
-        *error = refusal;
+    const auto recurrent = [this](const DCommandLine::Order& order) {
+        return m_device->declaredCommand(order.name)->isRecurrent();
+    };
+    if (m_commandLine.forSeconds > 0
+        && std::none_of(m_commandLine.orders.cbegin(), m_commandLine.orders.cend(), recurrent)) {
+        *error = QStringLiteral("--for only limits a recurrent command (listenEventsData), and none is given");
         return false;
     }
-    loop.exec();
-    if (reply.value(QStringLiteral("results")).toMap().value(QStringLiteral("doneOk")).toBool())
-        return true;
-    *error = QStringLiteral("cannot open %1: %2").arg(path, reply.value(QStringLiteral("error")).toString());
-    return false;
-}
-
-void DCliSession::closeDevice()
-{
-    QEventLoop loop;
-    QString refusal;
-    if (m_router->openInstruction(c_driverTarget, QStringLiteral("closeConnection"), {}, c_openTimeoutMs,
-                                  [&](quint64, const QVariantMap&) { loop.quit(); }, &refusal))
-        loop.exec();
+    return true;
 }
 
 // Runs one order to its end: a recurrent command streams until Ctrl-C or --for, a command
@@ -186,8 +174,11 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     QEventLoop loop;
     // A command may end inside start() already, before its run id is known.
     QHash<quint64, bool> outcomes;
+    QSet<quint64> replaced;  // listeners started again after a reconnection
     auto finished = connect(m_runner, &DCommandRunner::sigFinished, &loop,
                             [&](quint64 id, const QString& name, bool ok, const QVariantMap& results) {
+                                if (replaced.contains(id))
+                                    return;
                                 outcomes.insert(id, commandSucceeded(ok, results));
                                 print({{"command", name}, {"success", outcomes.value(id)}, {"results", results}});
                                 loop.quit();
@@ -198,10 +189,13 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
                                    print({{"command", name}, {"update", changed}});
                            });
     QString error;
-    const quint64 runId = m_runner->start(m_device, order.name, arguments, &error);
+    quint64 runId = m_runner->start(m_device, order.name, arguments, &error);
     if (runId == 0)
         complain(QStringLiteral("%1: %2").arg(order.name, error));
+    bool stopping = false;
     const auto stop = [&] {
+        stopping = true;
+        m_link->abort();
         if (recurrent)
             m_runner->stop(m_device, prototype->stopCommandName());
         else
@@ -220,11 +214,31 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
         limit.start(int(m_commandLine.timeoutSeconds * 1000));
     else if (m_commandLine.forSeconds > 0)
         limit.start(int(m_commandLine.forSeconds * 1000));
+    // A lost link ends a tool command at once; a listener listens again once the port is back.
+    auto lost = connect(m_link, &DLinkSupervisor::sigLinkLost, &loop, [&] {
+        QString failure;
+        const bool back = recurrent && m_link->reconnect(m_commandLine.reconnectSeconds, &failure);
+        if (recurrent && !back && !stopping)
+            complain(QStringLiteral("link not back within %1 s: %2 stopped (%3)")
+                         .arg(m_commandLine.reconnectSeconds).arg(order.name, failure));
+        if (!back || stopping) {
+            stop();
+            return;
+        }
+        replaced.insert(runId);
+        m_runner->finish(runId);
+        runId = m_runner->start(m_device, order.name, arguments, &error);
+        if (runId == 0) {
+            complain(QStringLiteral("%1: %2").arg(order.name, error));
+            loop.quit();
+        }
+    });
     if (runId != 0 && !outcomes.contains(runId))
         loop.exec();
     m_stopCurrent = nullptr;
     disconnect(finished);
     disconnect(updated);
+    disconnect(lost);
     return outcomes.value(runId, false);
 }
 
@@ -232,6 +246,8 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
 void DCliSession::onTerminate()
 {
     m_interrupted = true;
+    if (m_link)
+        m_link->abort();
     if (m_stopCurrent)
         m_stopCurrent();
 }

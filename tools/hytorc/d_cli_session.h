@@ -11,6 +11,7 @@
 class DAbstractPlugin;
 class DCommandRunner;
 class DInstructionRouter;
+class DLinkSupervisor;
 class DPluginHost;
 class DSignalWatcher;
 
@@ -30,8 +31,6 @@ public:
 private:
     bool setUp(QString* error);
     bool prepareOrders(QList<QVariantMap>* arguments, QString* error) const;
-    bool openDevice(const QString& path, QString* error);
-    void closeDevice();
     bool runOrder(const DCommandLine::Order& order, const QVariantMap& arguments);
     void listCommands();
     void print(const QVariantMap& object);
@@ -44,6 +43,7 @@ private:
     DCommandRunner* m_runner = nullptr;
     DAbstractPlugin* m_device = nullptr;
     DAbstractPlugin* m_driver = nullptr;
+    DLinkSupervisor* m_link = nullptr;
     DSignalWatcher* m_signals = nullptr;
     // Ends the command now running, the host's way; empty between commands.
     std::function<void()> m_stopCurrent;

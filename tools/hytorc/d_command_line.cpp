@@ -14,16 +14,25 @@ const char* const c_description =
     "(the program list) is there for the next. A recurrent command streams its\n"
     "results until Ctrl-C or --for, then is stopped.";
 
-bool parseSeconds(const QCommandLineParser& parser, const QString& option, double* seconds, QString* message)
+// Timers count whole milliseconds in an int: the longest span they can honour.
+constexpr double c_maxSeconds = 2147483;
+
+// From 1 ms on (timers count milliseconds), or from 0 when `zeroAllowed`; NaN fails every comparison.
+bool parseSeconds(const QCommandLineParser& parser, const QString& option, bool zeroAllowed, double* seconds,
+                  QString* message)
 {
     if (!parser.isSet(option))
         return true;
     bool ok = false;
-    *seconds = parser.value(option).toDouble(&ok);
-    if (!ok || *seconds <= 0) {
-        *message = QStringLiteral("--%1 takes a number of seconds above 0, not \"%2\"").arg(option, parser.value(option));
+    const double value = parser.value(option).toDouble(&ok);
+    if (!ok || !(value >= (zeroAllowed ? 0 : 0.001)) || value > c_maxSeconds) {
+        *message = QStringLiteral("--%1 takes a number of seconds from %2 to %3, not \"%4\"")
+                       .arg(option, zeroAllowed ? QStringLiteral("0") : QStringLiteral("0.001"))
+                       .arg(c_maxSeconds, 0, 'f', 0)
+                       .arg(parser.value(option));
         return false;
     }
+    *seconds = value;
     return true;
 }
 
@@ -34,6 +43,7 @@ bool DCommandLine::parse(const QStringList& arguments, QString* message)
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromLatin1(c_description));
     parser.addHelpOption();
+    parser.addVersionOption();
     parser.addOptions({
         {"device", "Serial device of the tool (e.g. /dev/rfcomm0). Default: the simulator.", "path"},
         {"sim-arg", "Extra argument for the simulator (repeat it), e.g. --sim-arg=--reply-frames=3.", "arg"},
@@ -42,6 +52,9 @@ bool DCommandLine::parse(const QStringList& arguments, QString* message)
         {"trace", "Print every frame both ways on stderr."},
         {"for", "How long a recurrent command streams before it is stopped.", "seconds"},
         {"timeout", "Stop a command that has not finished after this long (default 60).", "seconds"},
+        {"reconnect", "After the link is lost, how long to try to reopen the port before the next command "
+                      "(default 5; 0: give up at once).", "seconds"},
+        {"verbose", "Print every log line of the host and the plug-ins, not only warnings and errors."},
     });
     parser.addPositionalArgument("command", "A command of the plug-in, then its name=value parameters; or list.");
     if (!parser.parse(arguments)) {
@@ -53,15 +66,32 @@ bool DCommandLine::parse(const QStringList& arguments, QString* message)
         *message = parser.helpText();
         return false;
     }
+    if (parser.isSet("version")) {
+        helpShown = true;
+        *message = QCoreApplication::applicationName() + QLatin1Char(' ') + QCoreApplication::applicationVersion()
+            + QLatin1Char('\n');
+        return false;
+    }
     device = parser.value("device");
     simulatorArguments = parser.values("sim-arg");
+    // An unset shell variable must not quietly turn a real tool into the simulator.
+    if (parser.isSet("device") && device.isEmpty()) {
+        *message = QStringLiteral("--device needs a path (leave it out to use the tool simulator)");
+        return false;
+    }
+    if (!device.isEmpty() && !simulatorArguments.isEmpty()) {
+        *message = QStringLiteral("--sim-arg is for the tool simulator, which --device replaces");
+        return false;
+    }
     pluginDirectory = parser.isSet("plugins")
         ? parser.value("plugins")
         : QCoreApplication::applicationDirPath() + QStringLiteral("/../plugins");
     json = parser.isSet("json");
     trace = parser.isSet("trace");
-    timeoutSeconds = 60;
-    if (!parseSeconds(parser, "for", &forSeconds, message) || !parseSeconds(parser, "timeout", &timeoutSeconds, message))
+    verbose = parser.isSet("verbose");
+    if (!parseSeconds(parser, "for", false, &forSeconds, message)
+        || !parseSeconds(parser, "timeout", false, &timeoutSeconds, message)
+        || !parseSeconds(parser, "reconnect", true, &reconnectSeconds, message))
         return false;
     return parseOrders(parser.positionalArguments(), message);
 }

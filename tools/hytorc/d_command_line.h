@@ -23,9 +23,11 @@ public:
     bool json = false;
     bool trace = false;
     bool listOnly = false;
-    bool helpShown = false;
+    bool verbose = false;
+    bool helpShown = false;  // or the version: printed, nothing to run
     double forSeconds = 0;
-    double timeoutSeconds = 0;
+    double timeoutSeconds = 60;
+    double reconnectSeconds = 5;
     QList<Order> orders;
 
 private:

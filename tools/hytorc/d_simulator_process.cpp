@@ -54,6 +54,19 @@ bool DSimulatorProcess::start(const QStringList& arguments, QString* devicePath,
                      .arg(m_lastLog.isEmpty() ? m_process.errorString() : m_lastLog);
         return false;
     }
-    *devicePath = QString::fromLocal8Bit(m_process.readLine()).trimmed();
+    *devicePath = currentPath();
     return true;
+}
+
+bool DSimulatorProcess::refusedArguments() const
+{
+    return m_process.state() == QProcess::NotRunning && m_process.exitStatus() == QProcess::NormalExit
+        && m_process.exitCode() == 2;
+}
+
+QString DSimulatorProcess::currentPath()
+{
+    while (m_process.canReadLine())
+        m_path = QString::fromLocal8Bit(m_process.readLine()).trimmed();
+    return m_path;
 }

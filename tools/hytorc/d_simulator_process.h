@@ -16,12 +16,17 @@ public:
 
     // Starts it and waits for the pseudo-terminal's path; false with a reason when it cannot.
     bool start(const QStringList& arguments, QString* devicePath, QString* error);
+    // The simulator refused its arguments (it exits with 2 for that).
+    bool refusedArguments() const;
+    // The port it plays now: after a drop it reopens on a new one and prints its path.
+    QString currentPath();
 
 private:
     void onLogs();
 
     QProcess m_process;
     QString m_lastLog;
+    QString m_path;
 };
 
 #endif // D_SIMULATOR_PROCESS_H

@@ -1,6 +1,7 @@
 // hytorc: the command-line workstation for the HYTORC device plug-in.
 #include "d_cli_session.h"
 #include "d_command_line.h"
+#include "d_message_handler.h"
 #include "d_signal_watcher.h"
 
 #include <QCoreApplication>
@@ -12,6 +13,7 @@ int main(int argc, char* argv[])
     DSignalWatcher::blockTerminationSignals();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("hytorc"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(HYTORC_VERSION));
     DCommandLine commandLine;
     QString message;
     if (!commandLine.parse(QCoreApplication::arguments(), &message)) {
@@ -19,9 +21,10 @@ int main(int argc, char* argv[])
             std::fprintf(stdout, "%s", qPrintable(message));
             return DCliSession::CeExitSuccess;
         }
-        std::fprintf(stderr, "hytorc: %s\n", qPrintable(message));
+        DMessageHandler::say(message);
         return DCliSession::CeExitUsage;
     }
+    DMessageHandler::install(commandLine.verbose);
     DCliSession session(commandLine);
     return session.run();
 }

@@ -87,14 +87,22 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
         "output, and the path of every port reopened after a drop on a line of its own. Standard input takes the "
         "lines \"event\" (send a tightening event), \"drop\" (drop the link now) and \"quit\"; SIGINT and "
         "SIGTERM stop it too, the end of standard input does not.");
-    parser.addHelpOption();
-    parser.addVersionOption();
+    const QCommandLineOption helpOption = parser.addHelpOption();
+    const QCommandLineOption versionOption = parser.addVersionOption();
     parser.addOptions({stateOption, linkOption, framingOption});
     for (const IntOption& entry : intOptions)
         parser.addOption(entry.option);
     for (const FlagOption& entry : flagOptions)
         parser.addOption(entry.option);
-    parser.process(app);
+    // A wrong option is a usage error (exit 2), as for the host that starts us.
+    if (!parser.parse(app.arguments())) {
+        *error = parser.errorText();
+        return false;
+    }
+    if (parser.isSet(helpOption))
+        parser.showHelp();
+    if (parser.isSet(versionOption))
+        parser.showVersion();
 
     statePath = parser.value(stateOption);
     linkPath = parser.value(linkOption);

@@ -1,0 +1,106 @@
+#include "d_link_supervisor.h"
+
+#include "d_instruction_router.h"
+#include "d_message_handler.h"
+
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QTimer>
+
+namespace {
+
+const QString c_driverTarget = QStringLiteral("driver");
+const QString c_changeDevicePath = QStringLiteral("changeDevicePath");
+constexpr int c_answerTimeoutMs = 5000;
+constexpr int c_retryPeriodMs = 250;
+
+} // namespace
+
+DLinkSupervisor::DLinkSupervisor(DInstructionRouter* router, QObject* driver, QObject* parent)
+    : QObject(parent)
+    , m_router(router)
+{
+    connect(driver, SIGNAL(sigPortLost(QString, QString)), this, SLOT(onPortLost(QString, QString)));
+    connect(router, &DInstructionRouter::sigInstructionFailed, this, &DLinkSupervisor::onInstructionFailed);
+}
+
+bool DLinkSupervisor::open(const std::function<QString()>& pathSource, QString* error)
+{
+    m_pathSource = pathSource;
+    const QString path = m_pathSource();
+    DMessageHandler::setDevicePath(path);
+    if (openOnce(error))
+        return true;
+    // The driver names the port first; "PATH is in use by another program" reads whole.
+    if (error->startsWith(path + QStringLiteral(": ")))
+        *error = QStringLiteral("cannot open ") + *error;
+    return false;
+}
+
+void DLinkSupervisor::close()
+{
+    m_up = false;
+    QEventLoop loop;
+    QString refusal;
+    if (m_router->openInstruction(c_driverTarget, QStringLiteral("closeConnection"), {}, c_answerTimeoutMs,
+                                  [&](quint64, const QVariantMap&) { loop.quit(); }, &refusal))
+        loop.exec();
+}
+
+bool DLinkSupervisor::reconnect(double seconds, QString* failure)
+{
+    m_aborted = false;
+    QElapsedTimer clock;
+    clock.start();
+    while (!openOnce(failure)) {
+        if (m_aborted || clock.elapsed() >= qint64(seconds * 1000))
+            return false;
+        QEventLoop pause;
+        QTimer::singleShot(c_retryPeriodMs, &pause, &QEventLoop::quit);
+        pause.exec();
+    }
+    DMessageHandler::say(
+        QStringLiteral("link back: %1 after %2 s").arg(m_pathSource()).arg(clock.elapsed() / 1000.0, 0, 'f', 1));
+    return true;
+}
+
+void DLinkSupervisor::abort() { m_aborted = true; }
+
+void DLinkSupervisor::onPortLost(const QString& devicePath, const QString& cause)
+{
+    m_up = false;
+    DMessageHandler::say(QStringLiteral("link lost: %1 (%2)").arg(devicePath, cause));
+    QMetaObject::invokeMethod(this, &DLinkSupervisor::sigLinkLost, Qt::QueuedConnection);
+}
+
+bool DLinkSupervisor::openOnce(QString* error)
+{
+    const QVariantMap settings{
+        {"devicePath", m_pathSource()}, {"rawMode", true}, {"parallelListening", true}, {"baud_rate", 115200},
+        {"data_bits", 8},               {"parity", 0},     {"stop_bits", 1},            {"flow_control", 0}};
+    QEventLoop loop;
+    QVariantMap reply;
+    const quint64 id = m_router->openInstruction(
+        c_driverTarget, c_changeDevicePath, settings, c_answerTimeoutMs,
+        [&](quint64, const QVariantMap& answer) {
+            reply = answer;
+            loop.quit();
+        },
+        error);
+    if (id == 0)
+        return false;
+    loop.exec();
+    m_up = reply.value(QStringLiteral("results")).toMap().value(QStringLiteral("doneOk")).toBool();
+    if (!m_up)
+        *error = reply.value(QStringLiteral("error")).toString();
+    return m_up;
+}
+
+// Open and reopen failures are said by whoever asked; once the link is down, the
+// writes of a command still winding down would only repeat "link lost".
+void DLinkSupervisor::onInstructionFailed(const QString& target, const QString& instruction, const QString& reason)
+{
+    if (instruction == c_changeDevicePath || !m_up)
+        return;
+    DMessageHandler::say(QStringLiteral("%1 \"%2\": %3").arg(target, instruction, reason));
+}
