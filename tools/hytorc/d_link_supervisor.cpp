@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTimer>
+#include <QtDebug>
 
 namespace {
 
@@ -53,6 +54,7 @@ bool DLinkSupervisor::reconnect(double seconds, QString* failure)
     QElapsedTimer clock;
     clock.start();
     while (!openOnce(failure)) {
+        qInfo().noquote() << QStringLiteral("reopening: %1").arg(*failure);
         if (m_aborted || clock.elapsed() >= qint64(seconds * 1000))
             return false;
         QEventLoop pause;

@@ -39,7 +39,11 @@ void DMessageHandler::setDevicePath(const QString& path) { devicePath() = path; 
 void DMessageHandler::say(const QString& message)
 {
     const QString hint = hintFor(message);
-    const QString line = hint.isEmpty() ? message : message + QStringLiteral("; ") + hint;
+    write(hint.isEmpty() ? message : message + QStringLiteral("; ") + hint);
+}
+
+void DMessageHandler::write(const QString& line)
+{
     std::fprintf(stderr, "%s: %s\n", qPrintable(QCoreApplication::applicationName()), qPrintable(line));
     std::fflush(stderr);
 }
@@ -56,7 +60,11 @@ QString DMessageHandler::hintFor(const QString& message)
 }
 
 // The plug-in's critical lines open with a line break of their own layout; their text is kept.
-void DMessageHandler::handle(QtMsgType, const QMessageLogContext&, const QString& message)
+// Only faults get a hint: a --verbose trail of retries would repeat it.
+void DMessageHandler::handle(QtMsgType type, const QMessageLogContext&, const QString& message)
 {
-    say(message.trimmed());
+    if (type == QtDebugMsg || type == QtInfoMsg)
+        write(message.trimmed());
+    else
+        say(message.trimmed());
 }

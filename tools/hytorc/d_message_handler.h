@@ -19,6 +19,7 @@ public:
 
 private:
     static QString hintFor(const QString& message);
+    static void write(const QString& line);
     static void handle(QtMsgType type, const QMessageLogContext& context, const QString& message);
 };
 
