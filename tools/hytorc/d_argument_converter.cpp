@@ -28,11 +28,9 @@ bool DArgumentConverter::convert(const QString& command, const QVariantList& dec
                                                                             : names.join(QStringLiteral(", ")));
         const QString type = types.value(name, QStringLiteral("QString"));
         QVariant value;
-        if (!convertValue(type, text, &value)) {
-            *message = QStringLiteral("parameter %1 is not a valid %2").arg(assignment, type);
-            return false;
-        }
-        arguments->insert(name, value);
+        // A value that does not fit its type reaches the command as text, as the host
+        // passes it: the command's own rule for a bad value applies.
+        arguments->insert(name, convertValue(type, text, &value) ? value : QVariant(text));
     }
     return true;
 }

@@ -10,8 +10,8 @@ class DArgumentConverter
 {
 public:
     // `declared`: the command's parameter declarations ({name, type, ...}). Undeclared
-    // names pass as text, with a warning. False with a one-line reason when a name is
-    // empty or a value does not fit its type.
+    // names pass as text, with a warning; so do values that do not fit their type.
+    // False with a one-line reason when a name is empty.
     static bool convert(const QString& command, const QVariantList& declared, const QStringList& assignments,
                         QVariantMap* arguments, QString* message);
 

@@ -51,6 +51,8 @@ bool DCommandLine::parse(const QStringList& arguments, QString* message)
         {"json", "One JSON object per line."},
         {"trace", "Print every frame both ways on stderr."},
         {"for", "How long a recurrent command streams before it is stopped.", "seconds"},
+        {"output", "Also append each result of a recurrent command to file as it arrives: JSON lines, "
+                   "or CSV with a header row when file ends in .csv.", "file"},
         {"timeout", "Stop a command that has not finished after this long (default 60).", "seconds"},
         {"reconnect", "After the link is lost, how long to try to reopen the port before the next command "
                       "(default 5; 0: give up at once).", "seconds"},
@@ -73,6 +75,7 @@ bool DCommandLine::parse(const QStringList& arguments, QString* message)
         return false;
     }
     device = parser.value("device");
+    outputPath = parser.value("output");
     simulatorArguments = parser.values("sim-arg");
     // An unset shell variable must not quietly turn a real tool into the simulator.
     if (parser.isSet("device") && device.isEmpty()) {

@@ -61,6 +61,7 @@ bool DLinkSupervisor::reconnect(double seconds, QString* failure)
         QTimer::singleShot(c_retryPeriodMs, &pause, &QEventLoop::quit);
         pause.exec();
     }
+    m_downMs += m_down.elapsed();
     DMessageHandler::say(
         QStringLiteral("link back: %1 after %2 s").arg(m_pathSource()).arg(clock.elapsed() / 1000.0, 0, 'f', 1));
     return true;
@@ -68,9 +69,19 @@ bool DLinkSupervisor::reconnect(double seconds, QString* failure)
 
 void DLinkSupervisor::abort() { m_aborted = true; }
 
+QString DLinkSupervisor::lossSummary() const
+{
+    if (m_losses == 0)
+        return QString();
+    const qint64 downMs = m_downMs + (m_up ? 0 : m_down.elapsed());
+    return QStringLiteral("link lost %1 time(s), %2 s without it").arg(m_losses).arg(downMs / 1000.0, 0, 'f', 1);
+}
+
 void DLinkSupervisor::onPortLost(const QString& devicePath, const QString& cause)
 {
     m_up = false;
+    ++m_losses;
+    m_down.start();
     DMessageHandler::say(QStringLiteral("link lost: %1 (%2)").arg(devicePath, cause));
     QMetaObject::invokeMethod(this, &DLinkSupervisor::sigLinkLost, Qt::QueuedConnection);
 }

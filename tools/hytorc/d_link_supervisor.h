@@ -1,6 +1,7 @@
 #ifndef D_LINK_SUPERVISOR_H
 #define D_LINK_SUPERVISOR_H
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QString>
 
@@ -26,6 +27,8 @@ public:
     // or abort() is called. Says "link back" when it opened; else false with the last reason.
     bool reconnect(double seconds, QString* failure);
     void abort();
+    // "link lost N time(s), S s without it"; empty while it never was.
+    QString lossSummary() const;
 
 signals:
     // The driver has let go of the port and ended its listeners. Emitted queued: the
@@ -43,6 +46,9 @@ private:
     std::function<QString()> m_pathSource;
     bool m_up = false;
     bool m_aborted = false;
+    int m_losses = 0;
+    qint64 m_downMs = 0;  // of the gaps already closed
+    QElapsedTimer m_down;  // since the last loss
 };
 
 #endif // D_LINK_SUPERVISOR_H
