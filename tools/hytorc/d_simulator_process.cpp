@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 namespace {
 constexpr int c_startMs = 10000;
@@ -18,12 +19,13 @@ DSimulatorProcess::DSimulatorProcess(bool showLogs, QObject* parent)
         connect(&m_process, &QProcess::readyReadStandardError, this, &DSimulatorProcess::onLogs);
 }
 
-// Only the last line is kept: it says why, should the simulator fail to start.
+// Only the last line is kept: it says why, should the simulator fail to start. Its
+// prefix goes: the reason is told under ours.
 void DSimulatorProcess::onLogs()
 {
     const QList<QByteArray> lines = m_process.readAllStandardError().trimmed().split('\n');
     if (!lines.last().isEmpty())
-        m_lastLog = QString::fromLocal8Bit(lines.last());
+        m_lastLog = QString::fromLocal8Bit(lines.last()).remove(QRegularExpression(QStringLiteral("^hytorc-sim: ")));
 }
 
 DSimulatorProcess::~DSimulatorProcess()
