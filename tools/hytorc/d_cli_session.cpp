@@ -218,12 +218,7 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
         limit.start(int(m_commandLine.forSeconds * 1000));
     // A lost link ends a tool command at once; a listener listens again once the port is back.
     auto lost = connect(m_link, &DLinkSupervisor::sigLinkLost, &loop, [&] {
-        QString failure;
-        const bool back = recurrent && m_link->reconnect(m_commandLine.reconnectSeconds, &failure);
-        if (recurrent && !back && !stopping)
-            complain(QStringLiteral("link not back within %1 s: %2 stopped (%3)")
-                         .arg(m_commandLine.reconnectSeconds).arg(order.name, failure));
-        if (!back || stopping) {
+        if (!recurrent || !awaitLink(order.name, stopping)) {
             stop();
             return;
         }
@@ -247,6 +242,17 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     disconnect(updated);
     disconnect(lost);
     return outcomes.value(runId, false);
+}
+
+// A listener waits for its port; false when it did not come back (said) or was stopped meanwhile.
+bool DCliSession::awaitLink(const QString& listener, const bool& stopping)
+{
+    QString failure;
+    const bool back = m_link->reconnect(m_commandLine.reconnectSeconds, &failure);
+    if (!back && !stopping)
+        complain(QStringLiteral("link not back within %1 s: %2 stopped (%3)")
+                     .arg(m_commandLine.reconnectSeconds).arg(listener, failure));
+    return back && !stopping;
 }
 
 // Ctrl-C ends the running command (for a recurrent one, its normal end) and the sequence.

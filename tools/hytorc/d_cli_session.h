@@ -33,6 +33,7 @@ private:
     bool setUp(QString* error);
     bool prepareOrders(QList<QVariantMap>* arguments, QString* error) const;
     bool runOrder(const DCommandLine::Order& order, const QVariantMap& arguments);
+    bool awaitLink(const QString& listener, const bool& stopping);
     void listCommands();
     void print(const QVariantMap& object);
     void recordResult(const QVariantMap& changed);
