@@ -85,12 +85,11 @@ int DCliSession::run()
             complain(error);
             return simulator.refusedArguments() ? CeExitUsage : CeExitCommandFailed;
         }
-        complain(QStringLiteral("no --device given: using the tool simulator on %1").arg(path));
+        complain(QStringLiteral("no --device given: using the tool simulator at %1").arg(path));
     }
     if (m_commandLine.trace)
         new DFrameTracer(m_driver, this);
-    const auto pathSource = [&] { return m_commandLine.device.isEmpty() ? simulator.currentPath() : path; };
-    if (!m_link->open(pathSource, &error)) {
+    if (!m_link->open(path, &error)) {
         complain(error);
         return CeExitCommandFailed;
     }
@@ -98,7 +97,7 @@ int DCliSession::run()
     int i = 0;
     QString lost;
     for (; i < m_commandLine.orders.size() && !m_interrupted; ++i) {
-        if (!m_link->isUp() && !m_link->reconnect(m_commandLine.reconnectSeconds, &lost))
+        if (m_link->isLost() && !m_link->reconnect(m_commandLine.reconnectSeconds, &lost))
             break;
         allOk = runOrder(m_commandLine.orders.at(i), arguments.at(i)) && allOk;
     }

@@ -21,16 +21,15 @@ DLinkSupervisor::DLinkSupervisor(DInstructionRouter* router, QObject* driver, QO
     : QObject(parent)
     , m_router(router)
 {
+    connect(driver, SIGNAL(sigPortStateChanged(bool, QString)), this, SLOT(onPortStateChanged(bool, QString)));
     connect(driver, SIGNAL(sigPortLost(QString, QString)), this, SLOT(onPortLost(QString, QString)));
     connect(router, &DInstructionRouter::sigInstructionFailed, this, &DLinkSupervisor::onInstructionFailed);
 }
 
-bool DLinkSupervisor::open(const std::function<QString()>& pathSource, QString* error)
+bool DLinkSupervisor::open(const QString& path, QString* error)
 {
-    m_pathSource = pathSource;
-    const QString path = m_pathSource();
     DMessageHandler::setDevicePath(path);
-    if (openOnce(error))
+    if (openOnce(path, error))
         return true;
     // The driver names the port first; "PATH is in use by another program" reads whole.
     if (error->startsWith(path + QStringLiteral(": ")))
@@ -40,7 +39,6 @@ bool DLinkSupervisor::open(const std::function<QString()>& pathSource, QString* 
 
 void DLinkSupervisor::close()
 {
-    m_up = false;
     QEventLoop loop;
     QString refusal;
     if (m_router->openInstruction(c_driverTarget, QStringLiteral("closeConnection"), {}, c_answerTimeoutMs,
@@ -53,7 +51,7 @@ bool DLinkSupervisor::reconnect(double seconds, QString* failure)
     m_aborted = false;
     QElapsedTimer clock;
     clock.start();
-    while (!openOnce(failure)) {
+    while (!openOnce(m_openedPath, failure)) {
         qInfo().noquote() << QStringLiteral("reopening: %1").arg(*failure);
         if (m_aborted || clock.elapsed() >= qint64(seconds * 1000))
             return false;
@@ -61,9 +59,8 @@ bool DLinkSupervisor::reconnect(double seconds, QString* failure)
         QTimer::singleShot(c_retryPeriodMs, &pause, &QEventLoop::quit);
         pause.exec();
     }
-    m_downMs += m_down.elapsed();
     DMessageHandler::say(
-        QStringLiteral("link back: %1 after %2 s").arg(m_pathSource()).arg(clock.elapsed() / 1000.0, 0, 'f', 1));
+        QStringLiteral("link back: %1 after %2 s").arg(m_openedPath).arg(clock.elapsed() / 1000.0, 0, 'f', 1));
     return true;
 }
 
@@ -73,24 +70,36 @@ QString DLinkSupervisor::lossSummary() const
 {
     if (m_losses == 0)
         return QString();
-    const qint64 downMs = m_downMs + (m_up ? 0 : m_down.elapsed());
+    const qint64 downMs = m_downMs + (m_lost ? m_down.elapsed() : 0);
     return QStringLiteral("link lost %1 time(s), %2 s without it").arg(m_losses).arg(downMs / 1000.0, 0, 'f', 1);
+}
+
+// On opening, the driver's reason is the port's path.
+void DLinkSupervisor::onPortStateChanged(bool open, const QString& reason)
+{
+    if (!open)
+        return;
+    if (m_lost)
+        m_downMs += m_down.elapsed();
+    m_lost = false;
+    m_openedPath = reason;
+    DMessageHandler::setDevicePath(reason);
 }
 
 void DLinkSupervisor::onPortLost(const QString& devicePath, const QString& cause)
 {
-    m_up = false;
+    m_lost = true;
     ++m_losses;
     m_down.start();
     DMessageHandler::say(QStringLiteral("link lost: %1 (%2)").arg(devicePath, cause));
     QMetaObject::invokeMethod(this, &DLinkSupervisor::sigLinkLost, Qt::QueuedConnection);
 }
 
-bool DLinkSupervisor::openOnce(QString* error)
+bool DLinkSupervisor::openOnce(const QString& path, QString* error)
 {
     const QVariantMap settings{
-        {"devicePath", m_pathSource()}, {"rawMode", true}, {"parallelListening", true}, {"baud_rate", 115200},
-        {"data_bits", 8},               {"parity", 0},     {"stop_bits", 1},            {"flow_control", 0}};
+        {"devicePath", path}, {"rawMode", true}, {"parallelListening", true}, {"baud_rate", 115200},
+        {"data_bits", 8},     {"parity", 0},     {"stop_bits", 1},            {"flow_control", 0}};
     QEventLoop loop;
     QVariantMap reply;
     const quint64 id = m_router->openInstruction(
@@ -103,17 +112,17 @@ bool DLinkSupervisor::openOnce(QString* error)
     if (id == 0)
         return false;
     loop.exec();
-    m_up = reply.value(QStringLiteral("results")).toMap().value(QStringLiteral("doneOk")).toBool();
-    if (!m_up)
+    const bool opened = reply.value(QStringLiteral("results")).toMap().value(QStringLiteral("doneOk")).toBool();
+    if (!opened)
         *error = reply.value(QStringLiteral("error")).toString();
-    return m_up;
+    return opened;
 }
 
 // Open and reopen failures are said by whoever asked; once the link is down, the
 // writes of a command still winding down would only repeat "link lost".
 void DLinkSupervisor::onInstructionFailed(const QString& target, const QString& instruction, const QString& reason)
 {
-    if (instruction == c_changeDevicePath || !m_up)
+    if (instruction == c_changeDevicePath || m_lost)
         return;
     DMessageHandler::say(QStringLiteral("%1 \"%2\": %3").arg(target, instruction, reason));
 }

@@ -5,25 +5,24 @@
 #include <QObject>
 #include <QString>
 
-#include <functional>
-
 class DInstructionRouter;
 
-// The tool's serial link as the command line sees it: opened and closed through the
-// driver, its loss said at once in one line, and reopened for a bounded time when the
-// next command needs it. A Bluetooth tool that walks out of range comes back this way.
+// The tool's serial link as the command line sees it, whoever opened it (hytorc, or a
+// command that binds the tool): its loss said at once in one line, the port reopened
+// for a bounded time when the next command needs it. A Bluetooth tool that walks out
+// of range comes back this way.
 class DLinkSupervisor : public QObject
 {
     Q_OBJECT
 public:
-    // `driver`: the serial driver's plug-in object (signal sigPortLost).
+    // `driver`: the serial driver's plug-in object (signals sigPortStateChanged, sigPortLost).
     DLinkSupervisor(DInstructionRouter* router, QObject* driver, QObject* parent = nullptr);
 
-    // `pathSource` names the port on each try: a simulator reopens on a new one after a drop.
-    bool open(const std::function<QString()>& pathSource, QString* error);
+    bool open(const QString& path, QString* error);
     void close();
-    bool isUp() const { return m_up; }
-    // Tries to reopen the port every few hundred ms until it opens, `seconds` have passed
+    // The port went away and has not been opened since.
+    bool isLost() const { return m_lost; }
+    // Tries to reopen the last port opened every few hundred ms until it opens, `seconds` have passed
     // or abort() is called. Says "link back" when it opened; else false with the last reason.
     bool reconnect(double seconds, QString* failure);
     void abort();
@@ -36,15 +35,16 @@ signals:
     void sigLinkLost();
 
 private slots:
+    void onPortStateChanged(bool open, const QString& reason);
     void onPortLost(const QString& devicePath, const QString& cause);
 
 private:
-    bool openOnce(QString* error);
+    bool openOnce(const QString& path, QString* error);
     void onInstructionFailed(const QString& target, const QString& instruction, const QString& reason);
 
     DInstructionRouter* m_router;
-    std::function<QString()> m_pathSource;
-    bool m_up = false;
+    QString m_openedPath;  // the last port the driver opened
+    bool m_lost = false;
     bool m_aborted = false;
     int m_losses = 0;
     qint64 m_downMs = 0;  // of the gaps already closed

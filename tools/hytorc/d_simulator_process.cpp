@@ -45,7 +45,8 @@ bool DSimulatorProcess::start(const QStringList& arguments, QString* devicePath,
         *error = QStringLiteral("tool simulator not found at %1").arg(program);
         return false;
     }
-    m_process.start(program, arguments);
+    const QString link = m_linkDir.filePath(QStringLiteral("tool"));
+    m_process.start(program, arguments + QStringList{QStringLiteral("--link"), link});
     const QDeadlineTimer deadline(c_startMs);
     while (!m_process.canReadLine() && m_process.state() != QProcess::NotRunning && !deadline.hasExpired())
         m_process.waitForReadyRead(int(deadline.remainingTime()));
@@ -56,7 +57,7 @@ bool DSimulatorProcess::start(const QStringList& arguments, QString* devicePath,
                      .arg(m_lastLog.isEmpty() ? m_process.errorString() : m_lastLog);
         return false;
     }
-    *devicePath = currentPath();
+    *devicePath = link;
     return true;
 }
 
@@ -64,11 +65,4 @@ bool DSimulatorProcess::refusedArguments() const
 {
     return m_process.state() == QProcess::NotRunning && m_process.exitStatus() == QProcess::NormalExit
         && m_process.exitCode() == 2;
-}
-
-QString DSimulatorProcess::currentPath()
-{
-    while (m_process.canReadLine())
-        m_path = QString::fromLocal8Bit(m_process.readLine()).trimmed();
-    return m_path;
 }

@@ -3,9 +3,11 @@
 
 #include <QProcess>
 #include <QStringList>
+#include <QTemporaryDir>
 
-// The tool simulator as a child process: it plays the tool on a pseudo-terminal
-// and says which one on its first line of output.
+// The tool simulator as a child process: it plays the tool on a pseudo-terminal, reached
+// through a symlink of ours that it moves to its new port after a drop, and removes
+// while it has none (so that a stale path never reaches another program's terminal).
 class DSimulatorProcess : public QObject
 {
     Q_OBJECT
@@ -14,19 +16,17 @@ public:
     explicit DSimulatorProcess(bool showLogs, QObject* parent = nullptr);
     ~DSimulatorProcess() override;
 
-    // Starts it and waits for the pseudo-terminal's path; false with a reason when it cannot.
+    // Starts it and waits for its port; *devicePath is the symlink. False with a reason when it cannot.
     bool start(const QStringList& arguments, QString* devicePath, QString* error);
     // The simulator refused its arguments (it exits with 2 for that).
     bool refusedArguments() const;
-    // The port it plays now: after a drop it reopens on a new one and prints its path.
-    QString currentPath();
 
 private:
     void onLogs();
 
     QProcess m_process;
     QString m_lastLog;
-    QString m_path;
+    QTemporaryDir m_linkDir;
 };
 
 #endif // D_SIMULATOR_PROCESS_H
