@@ -1,6 +1,8 @@
 #include "d_simulated_tool.h"
 
 #include <QDeadlineTimer>
+#include <QFile>
+#include <QJsonDocument>
 
 DSimulatedTool::DSimulatedTool()
 {
@@ -30,6 +32,20 @@ bool DSimulatedTool::start(const QStringList& arguments)
 QString DSimulatedTool::linkPath() const
 {
     return m_dir.filePath(QStringLiteral("tool"));
+}
+
+QString DSimulatedTool::recordPath() const
+{
+    return m_dir.filePath(QStringLiteral("record.json"));
+}
+
+QJsonObject DSimulatedTool::stopAndReadRecord()
+{
+    m_process.terminate();
+    m_process.waitForFinished(10000);
+    QFile file(recordPath());
+    file.open(QIODevice::ReadOnly);
+    return QJsonDocument::fromJson(file.readAll()).object();
 }
 
 void DSimulatedTool::say(const QByteArray& line)

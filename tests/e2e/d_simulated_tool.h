@@ -1,6 +1,7 @@
 #ifndef D_SIMULATED_TOOL_H
 #define D_SIMULATED_TOOL_H
 
+#include <QJsonObject>
 #include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -18,6 +19,10 @@ public:
     QString linkPath() const;
     // Writes a line to the simulator's standard input ("event", "drop").
     void say(const QByteArray& line);
+    // Where "--record" arguments should point.
+    QString recordPath() const;
+    // Ends the simulator the way Ctrl-C does; its record is then complete.
+    QJsonObject stopAndReadRecord();
 
 private:
     QTemporaryDir m_dir;
