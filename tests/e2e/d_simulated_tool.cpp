@@ -21,8 +21,18 @@ DSimulatedTool::~DSimulatedTool()
 
 bool DSimulatedTool::start(const QStringList& arguments)
 {
+    launch(arguments);
+    return waitUntilReady();
+}
+
+void DSimulatedTool::launch(const QStringList& arguments)
+{
     m_process.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + QStringLiteral("/bin/hytorc-sim"),
                     QStringList{QStringLiteral("--link"), linkPath()} + arguments);
+}
+
+bool DSimulatedTool::waitUntilReady()
+{
     const QDeadlineTimer deadline(10000);
     while (!m_process.canReadLine() && m_process.state() != QProcess::NotRunning && !deadline.hasExpired())
         m_process.waitForReadyRead(100);

@@ -16,6 +16,9 @@ public:
 
     // Starts the simulator with `arguments`; false when it gave no port within 10 s.
     bool start(const QStringList& arguments);
+    // start() in two halves, so that many simulators can come up side by side.
+    void launch(const QStringList& arguments);
+    bool waitUntilReady();
     QString linkPath() const;
     // Writes a line to the simulator's standard input ("event", "drop").
     void say(const QByteArray& line);
