@@ -5,9 +5,8 @@
 #include "d_simulated_tool.h"
 #include "d_test_workstation.h"
 
-#include <benchmark/benchmark.h>
+#include "bench_qt_main.h"
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 
 
@@ -70,13 +69,7 @@ BENCHMARK(BM_GetToolInfoEndToEnd)->Unit(benchmark::kMillisecond)->UseManualTime(
 
 int main(int argc, char** argv)
 {
-    if (qEnvironmentVariableIsEmpty("HYTORC_BUILD_DIR"))
-        qputenv("HYTORC_BUILD_DIR", HYTORC_BUILD_DIR_DEFAULT);
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return runQtBenchmarks(argc, argv, HYTORC_BUILD_DIR_DEFAULT);
 }
 
 #include "bench_e2e.moc"

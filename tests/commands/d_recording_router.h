@@ -7,7 +7,6 @@
 
 #include <QHash>
 #include <QList>
-#include <QTimer>
 
 class DRecordingRouter : public IInstructionRouter
 {
@@ -25,10 +24,6 @@ public:
             return 0;
         sent.append({instruction, parameters, timeout});
         handlers.insert(++lastId, onReply);
-        if (instruction == QLatin1String("setKeepAliveFonction")) {
-            const quint64 id = lastId;
-            QTimer::singleShot(0, [this, id] { handlers.value(id)(id, keepAliveReply); });
-        }
         return lastId;
     }
     bool closeInstruction(quint64 id) override
@@ -55,7 +50,6 @@ public:
     QList<Sent> sent;
     QList<quint64> closed;
     QHash<quint64, ReplyHandler> handlers;
-    QVariantMap keepAliveReply;
     quint64 lastId = 0;
     int chunk = 0;
 };

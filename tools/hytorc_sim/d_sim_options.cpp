@@ -86,7 +86,7 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
     const QCommandLineOption linkOption("link", "Make a symlink at path pointing to the port (replaces a symlink).",
                                         "path");
     const QCommandLineOption recordOption(
-        "record", "On exit, write the tool's state and every report sent (JSON) to file.", "file");
+        "record", "On exit, write the tool's state, every request received and every report sent (JSON) to file.", "file");
     const QCommandLineOption shapeOption(
         "event-shape", "Layout of the reports: split (default), inline, inline-15, data-15, short or mixed.", "shape");
     const QCommandLineOption framingOption("framing-word", "First line of every reply: RESPONSE (default) or HCD.",

@@ -36,6 +36,7 @@ DToolRequestHandler::DToolRequestHandler(DToolState* state, const DSimOptions& o
 
 QStringList DToolRequestHandler::answer(const QByteArray& payload)
 {
+    m_requests << QString::fromUtf8(payload);
     const QStringList lines = HytorcHcpFrame::payloadLines(payload);
     if (lines.isEmpty() || !isText(payload))
         return reply(QString(), {c_failed});

@@ -21,6 +21,8 @@ public:
     DToolRequestHandler(DToolState* state, const DSimOptions& options);
 
     QStringList answer(const QByteArray& payload);
+    // Every request received, as its text.
+    const QStringList& requests() const { return m_requests; }
 
 private:
     struct Outcome {
@@ -43,6 +45,7 @@ private:
     DToolState* m_state;
     QString m_framingWord;
     int m_forcedErrorCode;
+    QStringList m_requests;
 };
 
 #endif // D_TOOL_REQUEST_HANDLER_H

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
@@ -50,7 +51,9 @@ bool DToolSimulator::writeRecord(QString* error)
     if (m_options.recordPath.isEmpty())
         return true;
     settleReports();
-    const QJsonObject record{{"state", m_state->toJson()}, {"reports", m_reports.toJson()}};
+    const QJsonObject record{{"state", m_state->toJson()},
+                             {"requests", QJsonArray::fromStringList(m_handler.requests())},
+                             {"reports", m_reports.toJson()}};
     QSaveFile file(m_options.recordPath);
     if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(record).toJson()) < 0 || !file.commit()) {
         *error = QStringLiteral("cannot write %1: %2").arg(m_options.recordPath, file.errorString());

@@ -1,0 +1,99 @@
+// Tightening reports at the link's capacity: the simulator sends them as fast as its
+// 115200-baud pacing allows while listenEventsData publishes them through the real
+// driver and a pseudo-terminal. Prints the reports sent (from the simulator's own
+// record), published and lost, and the host's CPU time as a share of one core.
+// HYTORC_BENCH_SECONDS shortens the run (default 60).
+#include "d_simulated_tool.h"
+#include "d_test_workstation.h"
+
+#include "bench_qt_main.h"
+
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QJsonArray>
+#include <QTimer>
+
+#include <ctime>
+
+namespace {
+
+// Once the simulator falls quiet, long enough for its queue and the pseudo-terminal to drain.
+constexpr int c_drainMs = 2000;
+
+double processCpuSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return double(now.tv_sec) + now.tv_nsec / 1e9;
+}
+
+void spin(int ms)
+{
+    QEventLoop loop;
+    QTimer::singleShot(ms, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+// Reports the listener should have published, counting every copy the link carried.
+int publishableSent(const QJsonObject& record)
+{
+    int count = 0;
+    for (const QJsonValue& value : record.value("reports").toArray()) {
+        const QJsonObject report = value.toObject();
+        if (report.value("sent").toBool() && report.value("published").toBool())
+            count += report.value("copies").toInt();
+    }
+    return count;
+}
+
+void BM_ReportsAtLinkCapacity(benchmark::State& state)
+{
+    const int seconds = qEnvironmentVariableIntValue("HYTORC_BENCH_SECONDS") > 0
+        ? qEnvironmentVariableIntValue("HYTORC_BENCH_SECONDS") : 60;
+    DSimulatedTool tool;
+    DTestWorkstation station;
+    QString error;
+    // A period of 1 ms: the simulator tops its queue up whenever the line has taken it.
+    if (!station.setUp(&error) || !tool.start({"--record", tool.recordPath(), "--event-period", "1"})
+        || !station.openDevice(tool.linkPath())) {
+        state.SkipWithError("the workstation or the simulator could not start");
+        return;
+    }
+    int published = 0;
+    QObject::connect(&station.runner, &DCommandRunner::sigResultsUpdated, &station.runner,
+                     [&](quint64, const QString&, const QVariantMap& changed) {
+                         published += changed.contains("eventData") ? 1 : 0;
+                     });
+    for (auto _ : state) {
+        if (station.runner.start(station.device, "listenEventsData", {}, &error) == 0) {
+            state.SkipWithError(qPrintable(error));
+            return;
+        }
+        QElapsedTimer wall;
+        wall.start();
+        const double cpuAtStart = processCpuSeconds();
+        spin(seconds * 1000);
+        const double wallSeconds = wall.nsecsElapsed() / 1e9;
+        const double cpuShare = (processCpuSeconds() - cpuAtStart) / wallSeconds;
+        state.SetIterationTime(wallSeconds);
+        tool.say("quiet");
+        spin(c_drainMs);
+        station.runner.stop(station.device, "stopListening");
+        spin(100);
+        const int sent = publishableSent(tool.stopAndReadRecord());
+        state.counters["reports_sent"] = sent;
+        state.counters["published"] = published;
+        state.counters["lost"] = sent - published;
+        state.counters["reports_per_s"] = sent / wallSeconds;
+        state.counters["host_cpu_pct"] = 100.0 * cpuShare;
+    }
+}
+
+} // namespace
+
+BENCHMARK(BM_ReportsAtLinkCapacity)->Unit(benchmark::kSecond)->UseManualTime()->Iterations(1);
+
+int main(int argc, char** argv)
+{
+    return runQtBenchmarks(argc, argv, HYTORC_BUILD_DIR_DEFAULT);
+}

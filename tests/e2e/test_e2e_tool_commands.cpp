@@ -1,0 +1,134 @@
+// The tool commands end to end: runtime, serial driver, a pseudo-terminal and the tool
+// simulator, checked against the simulator's own record of what it received and sent.
+#include "d_simulated_tool.h"
+#include "d_test_workstation.h"
+
+#include "d_abstract_plugin.h"
+
+#include <QJsonArray>
+#include <QtTest>
+
+class TestE2eToolCommands : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void commandSequence();
+    void everyReportPublishedOnce();
+};
+
+// One process, one link: what listProgram stores serves the commands after it.
+void TestE2eToolCommands::commandSequence()
+{
+    DSimulatedTool tool;
+    QVERIFY(tool.start({"--baud", "0", "--record", tool.recordPath()}));
+    DTestWorkstation ws;
+    QString error;
+    QVERIFY2(ws.setUp(&error), qPrintable(error));
+    QVERIFY(ws.openDevice(tool.linkPath()));
+
+    const QVariantMap p5{{"name", "P5"}, {"type", "TQA"}, {"unit", "NM"}, {"torque", "420"}, {"angle", "60"},
+                         {"release", "1"}, {"fastener", "RH"}, {"progId", 5}};
+    const QVariantMap accepted{{"cmd_success", true}, {"doneOk", true}};
+    const struct {
+        QString name;
+        QVariantMap arguments;
+        QVariantMap results;  // the keys checked
+        QVariant lockProperty;
+    } steps[] = {
+        {"listProgram", {}, {{"cmd_success", true}}, {}},
+        {"getPresetData", {{"progId", 2u}},
+         {{"cmd_success", true},
+          {"presetData", QVariantMap{{"name", "P2"}, {"type", "TQA"}, {"unit", "N.m"}, {"torque", 25050},
+                                     {"targetAngle", 30}, {"release", "1"}, {"fastener", "RH"}, {"progId", 2}}}},
+         {}},
+        {"setProgram", {{"progId", 9}}, {{"cmd_success", false}}, {}},
+        {"setProgram", {{"progId", 5}},
+         {{"cmd_success", true}, {"presetData", QVariantMap{{"targetAngle", "60"}, {"torque", 42000}}}}, {}},
+        {"setLock", {{"lock", true}}, accepted, true},
+        {"setLock", {{"lock", false}}, accepted, false},
+        {"setLevelAccess", {{"level", "l2"}}, accepted, false},
+        {"setLevelAccess", {{"level", "L9"}}, {{"cmd_success", false}, {"doneOk", false}}, false},
+        {"setPingInterval", {{"interval", 300}}, accepted, false},
+        {"setKeepAliveFonction", {}, accepted, false},
+    };
+    for (const auto& step : steps) {
+        const DTestWorkstation::Outcome outcome = ws.run(step.name, step.arguments, 30000);
+        QVERIFY2(outcome.finished && outcome.ok, qPrintable(step.name));
+        for (auto it = step.results.cbegin(); it != step.results.cend(); ++it)
+            QCOMPARE(outcome.results.value(it.key()), it.value());
+        QCOMPARE(ws.device->getProperty("lock", QVariant()), step.lockProperty);
+    }
+    const QVariantList programs = ws.device->getProperty("programList", QVariant()).toList();
+    QCOMPARE(programs.size(), 5);
+    QCOMPARE(programs.last().toMap(), p5);
+    QCOMPARE(ws.device->getProperty("currentProgId", QVariant()), QVariant(5));
+    QCOMPARE(ws.router.openCount(), 0);
+
+    const QJsonObject record = tool.stopAndReadRecord();
+    QCOMPARE(record.value("requests").toVariant().toStringList(),
+             (QStringList{"GET JOBS PROFILE\r\n", "SET JOBS PROFILE\r\nP5,TQA,NM,420,60,1,RH\r\n",
+                          "SET FLAGS OPEN_PROTOCOL\r\nOPEN_PROTOCOL_LOCK\r\n", "SET FLAGS OPEN_PROTOCOL\r\n",
+                          "SET ADMIN ACCESS_LEVEL\r\nL2\r\n", "SET ADMIN ACCESS_LEVEL\r\nL9\r\n",
+                          "SET PING INTERVAL\r\n300\r\n"}));
+    const QJsonObject state = record.value("state").toObject();
+    QCOMPARE(state.value("activeProfile").toString(), QStringLiteral("P5"));
+    QCOMPARE(state.value("locked").toBool(true), false);
+    QCOMPARE(state.value("accessLevel").toString(), QStringLiteral("L2"));
+    QCOMPARE(state.value("pingInterval").toInt(), 300);
+}
+
+// Reports in every shape, in bursts, and inside other commands' transactions on the
+// same link: each one the listener may publish is published once, in order.
+void TestE2eToolCommands::everyReportPublishedOnce()
+{
+    DSimulatedTool tool;
+    QVERIFY(tool.start({"--record", tool.recordPath(), "--event-shape", "mixed", "--event-burst", "2",
+                        "--event-period", "700", "--event-in-transaction"}));
+    DTestWorkstation ws;
+    QString error;
+    QVERIFY2(ws.setUp(&error), qPrintable(error));
+    QVERIFY(ws.openDevice(tool.linkPath()));
+    QVariantList published;
+    QObject::connect(&ws.runner, &DCommandRunner::sigResultsUpdated, &ws.runner,
+                     [&](quint64, const QString& name, const QVariantMap& changed) {
+                         if (name == QLatin1String("listenEventsData"))
+                             published << changed.value("eventData");
+                     });
+    QVERIFY(ws.runner.start(ws.device, "listenEventsData", {}, &error) != 0);
+
+    for (const QString& name : {"getToolInfo", "listProgram", "setPingInterval", "getToolInfo"}) {
+        const DTestWorkstation::Outcome outcome = ws.run(name, {}, 30000);
+        QVERIFY2(outcome.finished && outcome.results.value("cmd_success").toBool(), qPrintable(name));
+    }
+    tool.say("quiet");
+    QTest::qWait(1500);
+    QCOMPARE(ws.runner.stop(ws.device, "stopListening"), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(ws.runner.runningCount(), 0, 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(ws.router.openCount(), 0, 5000);
+
+    QVariantList expected;
+    QSet<QString> shapes;
+    for (const QJsonValue& value : tool.stopAndReadRecord().value("reports").toArray()) {
+        const QJsonObject report = value.toObject();
+        QVERIFY(report.value("sent").toBool());
+        shapes << report.value("shape").toString();
+        if (!report.value("published").toBool())
+            continue;
+        const QStringList fields = report.value("line").toString().split(',');
+        expected << QVariantMap{{"date", fields.at(0)}, {"time", fields.at(1)}, {"jobId", fields.at(3)},
+                                {"status", fields.at(13)}, {"convertedTorque", int(fields.at(14).toDouble() * 100)}};
+    }
+    QCOMPARE(shapes.size(), 5);
+    QVERIFY2(expected.size() >= 6, "the reports inside the four transactions at least");
+    QCOMPARE(published.size(), expected.size());
+    for (int i = 0; i < expected.size(); ++i) {
+        const QVariantMap want = expected.at(i).toMap();
+        const QVariantMap got = published.at(i).toMap();
+        for (auto it = want.cbegin(); it != want.cend(); ++it)
+            QCOMPARE(got.value(it.key()), it.value());
+    }
+}
+
+QTEST_GUILESS_MAIN(TestE2eToolCommands)
+#include "test_e2e_tool_commands.moc"
