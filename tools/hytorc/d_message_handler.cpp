@@ -23,6 +23,9 @@ const DHint c_hints[] = {
     {"Tool communication timeout", "check that the tool is switched on, in range and paired, and that %1 is its port"},
     {"No such file or directory", "check the port's name, and that the tool is paired and bound to it"},
     {"Permission denied", "check that this user may open %1 (group dialout)"},
+    // What an RFCOMM port says on opening when its tool does not answer.
+    {"Host is down", "check that the tool is switched on and in range"},
+    {"Connection refused", "check that the tool is switched on and paired"},
 };
 
 } // namespace
