@@ -13,16 +13,19 @@ if ! { bash "$root/scripts/setup.sh" \
   echo "main.sh: the build failed; its output is in $log" >&2
   exit 1
 fi
-# A word that is neither an option nor an option's value is a command.
+# A word that is neither an option nor an option's value is a command. The options that
+# take a value are those hytorc's help shows with one ("--device <path>").
+hytorc="$root/build/bin/hytorc"
+value_options=" $("$hytorc" --help | grep -oE -- '--[a-z-]+ <' | cut -d' ' -f1 | tr '\n' ' ')"
 command_given=false
 value_next=false
 for word in "$@"; do
   if $value_next; then value_next=false; continue; fi
   case "$word" in
-    --device|--sim-arg|--plugins|--for|--timeout|--reconnect) value_next=true ;;
-    -*) ;;
+    --*=*) ;;
+    -*) [[ "$value_options" == *" $word "* ]] && value_next=true ;;
     *) command_given=true ;;
   esac
 done
 $command_given || set -- "$@" getToolInfo
-exec "$root/build/bin/hytorc" "$@"
+exec "$hytorc" "$@"
