@@ -6,9 +6,9 @@
 namespace {
 
 // The fields of a tightening result, in the order of its report.
-const QStringList c_csvColumns{"date",      "time",       "duration",        "jobId",     "profileName",
-                               "mode",      "snugTorqueAngle", "torqueUnit", "direction", "status",
-                               "convertedTorque", "angleUnit", "progId",    "eventCountNo"};
+const QStringList c_csvColumns{"date", "time", "duration", "jobId", "profileName", "mode", "snugTorqueAngle",
+                               "torqueUnit", "direction", "status", "convertedTorque", "angleUnit", "progId",
+                               "eventCountNo"};
 
 QString csvField(const QString& text)
 {
