@@ -1,6 +1,9 @@
 #include "p_device_hytorc.h"
 
+#include "d_cmd_check_serial_id.h"
+#include "d_cmd_connect_to_device.h"
 #include "d_cmd_get_tool_info.h"
+#include "d_cmd_start_detection.h"
 #include "utilities.h"
 
 #include <QtDebug>
@@ -15,6 +18,9 @@ constexpr quint64 c_pluginType = 1147500137;
 // The commands the plug-in offers, in the order the host lists them.
 using PrototypeFactory = DAbstractCommand* (*)(QObject* plugin);
 const PrototypeFactory c_commandFactories[] = {
+    &DCmdConnectToDevice::createPrototype,
+    &DCmdStartDetection::createPrototype,
+    &DCmdCheckSerialId::createPrototype,
     &DCmdGetToolInfo::createPrototype,
 };
 
