@@ -80,15 +80,27 @@ int DCliSession::run()
         complain(error);
         return CeExitUsage;
     }
-    DSimulatorProcess simulator(m_commandLine.trace);
-    QString path = m_commandLine.device;
-    if (path.isEmpty() && !simulator.start(m_commandLine.simulatorArguments, &path, &error)) {
+    QStringList names;
+    for (const DCommandLine::Order& order : m_commandLine.orders)
+        names << order.name;
+    error = m_programs.missingFor(names);
+    if (!error.isEmpty()) {
         complain(error);
         return CeExitCommandFailed;
     }
+    DSimulatorProcess simulator(m_commandLine.trace);
+    QString path = m_commandLine.device;
+    if (!m_commandLine.bluetooth && path.isEmpty()) {
+        if (!simulator.start(m_commandLine.simulatorArguments, &path, &error)) {
+            complain(error);
+            return CeExitCommandFailed;
+        }
+        m_programs.spare(simulator.processId());
+    }
     if (m_commandLine.trace)
         new DFrameTracer(m_driver, this);
-    if (!openDevice(path, &error)) {
+    // With --bluetooth the port is the one searchAndConnect opens.
+    if (!m_commandLine.bluetooth && !openDevice(path, &error)) {
         complain(error);
         return CeExitCommandFailed;
     }
@@ -195,7 +207,7 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     auto updated = connect(m_runner, &DCommandRunner::sigResultsUpdated, &loop,
                            [&](quint64, const QString& name, const QVariantMap& changed) {
                                if (recurrent)
-                                   print({{"command", name}, {"update", changed}});
+                                   print({{"command", name}, {"update", changed}}, true);
                            });
     QString error;
     const quint64 runId = m_runner->start(m_device, order.name, arguments, &error);
@@ -211,9 +223,11 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     QTimer limit;
     limit.setSingleShot(true);
     connect(&limit, &QTimer::timeout, &loop, [&] {
+        const QString stuck = m_programs.stuckMessage(m_commandLine.timeoutSeconds);
         if (!recurrent)
-            complain(QStringLiteral("%1 did not finish within %2 s; stopped")
-                         .arg(order.name).arg(m_commandLine.timeoutSeconds));
+            complain(!stuck.isEmpty() ? stuck
+                                      : QStringLiteral("%1 did not finish within %2 s; stopped")
+                                            .arg(order.name).arg(m_commandLine.timeoutSeconds));
         stop();
     });
     if (!recurrent)
@@ -225,6 +239,7 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     m_stopCurrent = nullptr;
     disconnect(finished);
     disconnect(updated);
+    m_programs.endLeftovers();
     return outcomes.value(runId, false);
 }
 
@@ -242,11 +257,12 @@ void DCliSession::listCommands()
         print(m_device->getFunctionDescription(name));
 }
 
-void DCliSession::print(const QVariantMap& object)
+void DCliSession::print(const QVariantMap& object, bool oneLine)
 {
+    const bool compact = m_commandLine.json || oneLine;
     const QJsonDocument document(QJsonObject::fromVariantMap(object));
-    m_out << document.toJson(m_commandLine.json ? QJsonDocument::Compact : QJsonDocument::Indented);
-    if (m_commandLine.json)
+    m_out << document.toJson(compact ? QJsonDocument::Compact : QJsonDocument::Indented);
+    if (compact)
         m_out << '\n';
     m_out.flush();
 }

@@ -2,6 +2,7 @@
 #define D_CLI_SESSION_H
 
 #include "d_command_line.h"
+#include "d_external_programs.h"
 
 #include <QObject>
 #include <QTextStream>
@@ -34,10 +35,11 @@ private:
     void closeDevice();
     bool runOrder(const DCommandLine::Order& order, const QVariantMap& arguments);
     void listCommands();
-    void print(const QVariantMap& object);
+    void print(const QVariantMap& object, bool oneLine = false);
     void onTerminate();
 
     DCommandLine m_commandLine;
+    DExternalPrograms m_programs;
     QTextStream m_out;
     DInstructionRouter* m_router = nullptr;
     DPluginHost* m_host = nullptr;

@@ -20,6 +20,7 @@ public:
     QString pluginDirectory;
     QString device;
     QStringList simulatorArguments;
+    bool bluetooth = false;
     bool json = false;
     bool trace = false;
     bool listOnly = false;

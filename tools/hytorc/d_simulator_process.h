@@ -16,6 +16,7 @@ public:
 
     // Starts it and waits for the pseudo-terminal's path; false with a reason when it cannot.
     bool start(const QStringList& arguments, QString* devicePath, QString* error);
+    qint64 processId() const { return m_process.processId(); }
 
 private:
     void onLogs();

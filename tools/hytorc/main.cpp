@@ -1,6 +1,7 @@
 // hytorc: the command-line workstation for the HYTORC device plug-in.
 #include "d_cli_session.h"
 #include "d_command_line.h"
+#include "d_descendant_processes.h"
 #include "d_signal_watcher.h"
 
 #include <QCoreApplication>
@@ -22,6 +23,13 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "hytorc: %s\n", qPrintable(message));
         return DCliSession::CeExitUsage;
     }
-    DCliSession session(commandLine);
-    return session.run();
+    // No program that a command started (bluetoothctl under `timeout`) outlives us.
+    DDescendantProcesses::becomeSubreaper();
+    int status = DCliSession::CeExitSuccess;
+    {
+        DCliSession session(commandLine);
+        status = session.run();
+    }
+    DDescendantProcesses::endAll({}, 1000);
+    return status;
 }

@@ -99,7 +99,7 @@ void DCmdStartDetection::parseDetectionOutput(const QString& text)
         });
         if (!isTool || foundDevices.contains(mac))
             continue;
-        QString name = part.section(mac, 1, 1, QString::SectionDefault).trimmed();
+        QString name = part.section(mac, 1, 1).trimmed();
         if (name.isEmpty())
             name = QStringLiteral("HYTORC Tool");
         foundDevices.insert(mac, {{QStringLiteral("mac"), name}, {QStringLiteral("sn"), mac}});
