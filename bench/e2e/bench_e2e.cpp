@@ -7,7 +7,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 
 
@@ -67,16 +66,5 @@ void BM_GetToolInfoEndToEnd(benchmark::State& state)
 } // namespace
 
 BENCHMARK(BM_GetToolInfoEndToEnd)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(1)->Repetitions(21)->ReportAggregatesOnly(true);
-
-int main(int argc, char** argv)
-{
-    if (qEnvironmentVariableIsEmpty("HYTORC_BUILD_DIR"))
-        qputenv("HYTORC_BUILD_DIR", HYTORC_BUILD_DIR_DEFAULT);
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
 
 #include "bench_e2e.moc"

@@ -15,7 +15,7 @@ namespace {
 const QString c_mac = QStringLiteral("00:1A:7D:DA:71:13");
 
 struct DRun {
-    int exitCode = -1;
+    int exitCode;
     QList<QJsonObject> lines;
     QByteArray err;
 };
@@ -26,7 +26,7 @@ DRun hytorc(const DStandInTools& tools, const QStringList& arguments, const QStr
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("PATH", tools.pathVariable());
-    environment.insert("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + tools.dir() + "/bus");
+    environment.insert("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + tools.dir() + "/bus");  // a file that stands for it
     process.setProcessEnvironment(environment);
     process.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc", QStringList{"--bluetooth", "--json"} + arguments);
     if (!interruptWhen.isEmpty()) {
@@ -34,14 +34,10 @@ DRun hytorc(const DStandInTools& tools, const QStringList& arguments, const QStr
             QTest::qWait(50);
         ::kill(pid_t(process.processId()), SIGINT);
     }
-    DRun run;
-    if (!process.waitForFinished(60000))
-        return run;
-    run.exitCode = process.exitCode();
+    DRun run{process.waitForFinished(60000) ? process.exitCode() : -1, {}, process.readAllStandardError()};
     for (const QByteArray& line : process.readAllStandardOutput().split('\n'))
         if (!line.isEmpty())
             run.lines << QJsonDocument::fromJson(line).object();
-    run.err = process.readAllStandardError();
     return run;
 }
 
@@ -102,19 +98,18 @@ void TestBluetoothCli::detectionStreamsEachNewList()
                                        "echo 'HYTORC without address'; echo '[NEW] Device 00:1A:7D:DA:71:10 HYTORC A'");
     const DRun run = hytorc(tools, {"startDetection"});
     QVERIFY2(run.exitCode == 0, run.err.constData());
-    const auto tool = [](const char* mac, const char* name) { return QJsonObject{{"sn", mac}, {"mac", name}}; };
-    const QJsonObject a = tool("00:1A:7D:DA:71:10", "HYTORC A");
-    const QJsonObject lion = tool("00:1A:7D:DA:71:13", "HYTORC LION 2");
-    const QJsonObject lower = tool("00:1A:7D:DA:71:14", "HYTORC Tool");
+    const QJsonObject a{{"sn", "00:1A:7D:DA:71:10"}, {"mac", "HYTORC A"}};
+    const QJsonObject lion{{"sn", "00:1A:7D:DA:71:13"}, {"mac", "HYTORC LION 2"}};
+    const QJsonObject lower{{"sn", "00:1A:7D:DA:71:14"}, {"mac", "HYTORC Tool"}};
     const QList<QJsonArray> expected{{lion}, {lion, lower}, {a, lion, lower}};
     QCOMPARE(run.lines.size(), expected.size() + 1);
     for (int i = 0; i < expected.size(); ++i)
         QCOMPARE(run.lines.at(i).value("update").toObject().value("lastResults").toArray(), expected.at(i));
     QCOMPARE(run.lines.last().value("success").toBool(), true);
-    QStringList lines;
-    for (const auto& call : tools.calls())
-        lines << call.line;
-    QCOMPARE(lines, (QStringList{"hytorc bluetoothctl devices", "stdbuf -oL bluetoothctl --timeout 10 scan on"}));
+    const auto calls = tools.calls();
+    QCOMPARE(calls.size(), 2);
+    QCOMPARE(calls.at(0).line, QStringLiteral("hytorc bluetoothctl devices"));
+    QCOMPARE(calls.at(1).line, QStringLiteral("stdbuf -oL bluetoothctl --timeout 10 scan on"));
 }
 
 void TestBluetoothCli::nothingHangsOrOutlivesHytorc_data()

@@ -1,5 +1,7 @@
 #include "d_cmd_connect_to_device.h"
 
+#include "process_end.h"
+
 #include <QFile>
 #include <QRegularExpression>
 #include <QTimer>
@@ -30,14 +32,7 @@ DCmdConnectToDevice::DCmdConnectToDevice(const QVariantMap& arguments, QObject* 
     setDescription(QStringLiteral("Bluetooth RFCOMM connection to HYTORC tool"));
     declareAResult(QStringLiteral("doneOk"), QStringLiteral("bool"), QStringLiteral("Device connected"), false);
     declareAResult(QStringLiteral("failed"), QStringLiteral("bool"), QStringLiteral("Connection failed"), false);
-    qRegisterMetaType<QProcess::ExitStatus>("QProcess::ExitStatus");
-    connect(connectProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
-            &DCmdConnectToDevice::onProcessFinished);
-    // A step whose program cannot start never reports "finished": it fails like a crash.
-    connect(connectProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart)
-            onProcessFinished(-1, QProcess::CrashExit);
-    });
+    connectProcessEnd(connectProcess.data(), this, &DCmdConnectToDevice::onProcessFinished);
 }
 
 DAbstractCommand* DCmdConnectToDevice::createPrototype(QObject* plugin)

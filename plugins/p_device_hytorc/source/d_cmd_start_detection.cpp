@@ -1,5 +1,7 @@
 #include "d_cmd_start_detection.h"
 
+#include "process_end.h"
+
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -18,15 +20,8 @@ DCmdStartDetection::DCmdStartDetection(const QVariantMap& arguments, QObject* pa
     setDescription(QStringLiteral("Bluetooth device discovery for HYTORC tools"));
     declareAResult(QStringLiteral("lastResults"), QStringLiteral("varL"), QStringLiteral("Found device list"),
                    QVariant());
-    qRegisterMetaType<QProcess::ExitStatus>("QProcess::ExitStatus");
     connect(scanProcess, &QProcess::readyReadStandardOutput, this, &DCmdStartDetection::onProcessOutput);
-    connect(scanProcess, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
-            &DCmdStartDetection::onProcessFinished);
-    // A scan whose program cannot even start never reports "finished": end the same way.
-    connect(scanProcess, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart)
-            onProcessFinished(-1, QProcess::CrashExit);
-    });
+    connectProcessEnd(scanProcess.data(), this, &DCmdStartDetection::onProcessFinished);
 }
 
 DAbstractCommand* DCmdStartDetection::createPrototype(QObject* plugin)
