@@ -198,10 +198,14 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     QEventLoop loop;
     // A command may end inside start() already, before its run id is known.
     QHash<quint64, bool> outcomes;
+    bool stopped = false;
     auto finished = connect(m_runner, &DCommandRunner::sigFinished, &loop,
                             [&](quint64 id, const QString& name, bool ok, const QVariantMap& results) {
                                 outcomes.insert(id, commandSucceeded(ok, results));
                                 print({{"command", name}, {"success", outcomes.value(id)}, {"results", results}});
+                                const QString hint = stopped ? QString() : m_programs.failureHint(name, results);
+                                if (!hint.isEmpty())
+                                    complain(hint);
                                 loop.quit();
                             });
     auto updated = connect(m_runner, &DCommandRunner::sigResultsUpdated, &loop,
@@ -214,6 +218,7 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     if (runId == 0)
         complain(QStringLiteral("%1: %2").arg(order.name, error));
     const auto stop = [&] {
+        stopped = true;
         if (recurrent)
             m_runner->stop(m_device, prototype->stopCommandName());
         else

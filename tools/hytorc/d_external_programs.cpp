@@ -4,12 +4,15 @@
 
 #include <QFileInfo>
 #include <QHash>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 namespace {
 
 constexpr int c_graceMs = 1000;
 const QString c_defaultBus = QStringLiteral("/run/dbus/system_bus_socket");
+const QString c_checkTool = QStringLiteral("is the tool switched on, in range and free of another host?");
+const QString c_checkService = QStringLiteral("is the bluetooth service running?");
 
 QStringList programsOf(const QString& command)
 {
@@ -66,12 +69,17 @@ QString DExternalPrograms::stuckMessage(double seconds) const
     const QString program = DDescendantProcesses::runningProgram(m_spared);
     if (program.isEmpty())
         return QString();
-    const QString verb = program.section(QLatin1Char(' '), 1, 1);
-    const bool waitsForTool = verb == QLatin1String("trust") || verb == QLatin1String("connect");
+    // A scan, trust or connect that does not end waits for the tool; the rest for bluetoothd.
+    const bool waitsForTool = program.contains(QRegularExpression(QStringLiteral("^bluetoothctl .*(scan|trust|connect)")));
     return QStringLiteral("%1 did not answer in %2 s: %3")
-        .arg(program, QString::number(seconds),
-             waitsForTool ? QStringLiteral("is the tool switched on, in range and free of another host?")
-                          : QStringLiteral("is the bluetooth service running?"));
+        .arg(program, QString::number(seconds), waitsForTool ? c_checkTool : c_checkService);
+}
+
+QString DExternalPrograms::failureHint(const QString& command, const QVariantMap& results)
+{
+    if (command != QLatin1String("searchAndConnect") || !results.value(QStringLiteral("failed")).toBool())
+        return QString();
+    return QStringLiteral("searchAndConnect failed: %1 (bluetoothctl info ADDRESS tells more)").arg(c_checkTool);
 }
 
 void DExternalPrograms::endLeftovers() const

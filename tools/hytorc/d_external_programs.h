@@ -3,6 +3,7 @@
 
 #include <QSet>
 #include <QStringList>
+#include <QVariantMap>
 
 // The system programs that the Bluetooth commands run (bluetoothctl, rfcomm, ...),
 // seen from the host: whether they can run here at all, which one is stuck when a
@@ -16,6 +17,8 @@ public:
     QString missingFor(const QStringList& commands) const;
     // "bluetoothctl power on did not answer in 60 s: ...", or empty when no program runs.
     QString stuckMessage(double seconds) const;
+    // What to check when `command` ended by itself with a failure; empty when nothing to say.
+    static QString failureHint(const QString& command, const QVariantMap& results);
     // Ends every program still running that the host did not spare.
     void endLeftovers() const;
 
