@@ -114,38 +114,42 @@ void TestBluetoothCli::detectionStreamsEachNewList()
 
 void TestBluetoothCli::nothingHangsOrOutlivesHytorc_data()
 {
-    QTest::addColumn<QString>("verb");       // bluetoothctl verb that hangs, if any
+    QTest::addColumn<QString>("verb");  // the bluetoothctl verb played its own way
+    QTest::addColumn<QByteArray>("script");
     QTest::addColumn<QStringList>("options");
-    QTest::addColumn<QString>("interruptWhen");
-    QTest::addColumn<QString>("missing");    // program taken off PATH, or "bus"
+    QTest::addColumn<bool>("interrupt");  // Ctrl-C once the verb has started
+    QTest::addColumn<QString>("missing");  // program taken off PATH, or "bus"
     QTest::addColumn<QString>("message");
-    QTest::newRow("power on hangs: --timeout names it") << "power" << QStringList{"--timeout", "1"} << "" << ""
+    const QByteArray hang = "sleep 600 & echo \"0 $! sleep\" >> \"$here/calls\"; wait";
+    QTest::newRow("power on hangs: --timeout names it") << "power" << hang << QStringList{"--timeout", "1"} << false << ""
         << "hytorc: bluetoothctl power on did not answer in 1 s: is the bluetooth service running?\n";
-    QTest::newRow("trust under timeout hangs: Ctrl-C") << "trust" << QStringList{} << "trust" << "" << "";
-    QTest::newRow("no bluetoothctl") << "" << QStringList{} << "" << "bluetoothctl"
+    QTest::newRow("trust under timeout hangs: Ctrl-C") << "trust" << hang << QStringList{} << true << "" << "";
+    QTest::newRow("connect refused") << "connect" << QByteArray("echo 'Failed to connect'") << QStringList{} << false << ""
+        << "hytorc: searchAndConnect failed: is the tool switched on, in range and free of another host? "
+           "(bluetoothctl info ADDRESS tells more)\n";
+    QTest::newRow("no bluetoothctl") << "" << QByteArray() << QStringList{} << false << "bluetoothctl"
         << "hytorc: bluetoothctl not found on PATH: install the bluez package (bash scripts/setup.sh)\n";
-    QTest::newRow("no system bus") << "" << QStringList{} << "" << "bus" << "hytorc: no system bus at ";
+    QTest::newRow("no system bus") << "" << QByteArray() << QStringList{} << false << "bus" << "hytorc: no system bus at ";
 }
 
 void TestBluetoothCli::nothingHangsOrOutlivesHytorc()
 {
     QFETCH(QString, verb);
+    QFETCH(QByteArray, script);
     QFETCH(QStringList, options);
-    QFETCH(QString, interruptWhen);
+    QFETCH(bool, interrupt);
     QFETCH(QString, missing);
     QFETCH(QString, message);
     DStandInTools tools;
     tools.playNormalRoad("/nonexistent");
-    if (!verb.isEmpty())
-        tools.play("bluetoothctl", verb, "sleep 600 & echo \"0 $! sleep\" >> \"$here/calls\"; wait");
+    tools.play("bluetoothctl", verb, script);
     if (missing == "bus")
         QFile::remove(tools.dir() + "/bus");
     else if (!missing.isEmpty())
         tools.remove(missing);
-    const DRun run = hytorc(tools, options + QStringList{"searchAndConnect", "serialId=" + c_mac}, interruptWhen);
+    const DRun run = hytorc(tools, options + QStringList{"searchAndConnect", "serialId=" + c_mac}, interrupt ? verb : "");
     QCOMPARE(run.exitCode, 1);
-    QVERIFY2(run.err.startsWith(message.toUtf8()) && run.err.count('\n') <= 1 + !interruptWhen.isEmpty(),
-             run.err.constData());
+    QVERIFY2(run.err.startsWith(message.toUtf8()) && run.err.count('\n') <= 1, run.err.constData());
     QCOMPARE(tools.calls().isEmpty(), !missing.isEmpty());
     for (const auto& call : tools.calls())
         QVERIFY2(isGone(call.pid), qPrintable(call.line));
