@@ -41,12 +41,6 @@ DRun hytorc(const DStandInTools& tools, const QStringList& arguments, const QStr
     return run;
 }
 
-bool isGone(qint64 pid)
-{
-    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
-    return !stat.open(QIODevice::ReadOnly) || stat.readAll().contains(") Z ");
-}
-
 } // namespace
 
 class TestBluetoothCli : public QObject
@@ -151,8 +145,10 @@ void TestBluetoothCli::nothingHangsOrOutlivesHytorc()
     QCOMPARE(run.exitCode, 1);
     QVERIFY2(run.err.startsWith(message.toUtf8()) && run.err.count('\n') <= 1, run.err.constData());
     QCOMPARE(tools.calls().isEmpty(), !missing.isEmpty());
-    for (const auto& call : tools.calls())
-        QVERIFY2(isGone(call.pid), qPrintable(call.line));
+    for (const auto& call : tools.calls()) {  // gone, or a zombie
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(call.pid));
+        QVERIFY2(!stat.open(QIODevice::ReadOnly) || stat.readAll().contains(") Z "), qPrintable(call.line));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestBluetoothCli)
