@@ -10,6 +10,7 @@ packages=(
   qttools5-dev-tools
   libbenchmark-dev
   clang libclang-rt-dev
+  bluez
 )
 
 missing=()

@@ -5,7 +5,7 @@
 #include "d_simulated_tool.h"
 #include "d_test_workstation.h"
 
-#include "bench_qt_main.h"
+#include <benchmark/benchmark.h>
 
 #include <QElapsedTimer>
 
@@ -66,10 +66,5 @@ void BM_GetToolInfoEndToEnd(benchmark::State& state)
 } // namespace
 
 BENCHMARK(BM_GetToolInfoEndToEnd)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(1)->Repetitions(21)->ReportAggregatesOnly(true);
-
-int main(int argc, char** argv)
-{
-    return runQtBenchmarks(argc, argv, HYTORC_BUILD_DIR_DEFAULT);
-}
 
 #include "bench_e2e.moc"

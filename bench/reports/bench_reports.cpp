@@ -6,7 +6,7 @@
 #include "d_simulated_tool.h"
 #include "d_test_workstation.h"
 
-#include "bench_qt_main.h"
+#include <benchmark/benchmark.h>
 
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -99,8 +99,3 @@ void BM_ReportsAtLinkCapacity(benchmark::State& state)
 } // namespace
 
 BENCHMARK(BM_ReportsAtLinkCapacity)->Unit(benchmark::kSecond)->UseManualTime()->Iterations(1);
-
-int main(int argc, char** argv)
-{
-    return runQtBenchmarks(argc, argv, HYTORC_BUILD_DIR_DEFAULT);
-}

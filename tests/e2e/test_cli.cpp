@@ -107,7 +107,7 @@ void TestCli::missingToolAndStuckCommand()
     QVERIFY2(missing.err.contains("cannot open /nonexistent/rfcomm0"), missing.err.constData());
 
     const Run badSimulator = hytorc({"--sim-arg=--bogus", "getToolInfo"});
-    QCOMPARE(badSimulator.exitCode, 1);
+    QCOMPARE(badSimulator.exitCode, 2);
     QVERIFY2(badSimulator.err.contains("the tool simulator did not start") && badSimulator.err.contains("bogus"),
              badSimulator.err.constData());
 

@@ -154,8 +154,9 @@ void TestPluginFrame::commandDeclaration()
     auto* pluginB = dynamic_cast<DAbstractPlugin*>(second.data());
     QVERIFY(pluginA && pluginB);
 
-    const QStringList expected{"listenEventsData", "getPresetData", "setPingInterval", "listProgram", "setProgram",
-                               "setLock", "setLevelAccess", "setKeepAliveFonction", "getToolInfo"};
+    const QStringList expected{"searchAndConnect", "listenEventsData", "getPresetData", "startDetection",
+                               "setPingInterval", "listProgram", "setProgram", "setLock", "setLevelAccess",
+                               "setKeepAliveFonction", "checkSerialId", "getToolInfo"};
     QSignalSpy done(pluginA, &DAbstractPlugin::sigCommandsInitDone);
     pluginA->initPluginCommands();
     QCOMPARE(done.count(), 1);

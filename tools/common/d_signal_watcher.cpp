@@ -2,11 +2,15 @@
 
 #include <QSocketNotifier>
 
+#include <cerrno>
 #include <csignal>
-#include <sys/signalfd.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
+
+// Write end of the pipe that the handler wakes the event loop through.
+volatile int s_wakeFd = -1;
 
 sigset_t terminationSignals()
 {
@@ -15,6 +19,16 @@ sigset_t terminationSignals()
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
     return set;
+}
+
+void onTerminationSignal(int signalNumber)
+{
+    const int savedErrno = errno;
+    const unsigned char number = static_cast<unsigned char>(signalNumber);
+    if (::write(s_wakeFd, &number, 1) < 0) {
+        // Nothing to do from a signal handler: the pipe is full or gone.
+    }
+    errno = savedErrno;
 }
 
 }  // namespace
@@ -27,29 +41,46 @@ void DSignalWatcher::blockTerminationSignals()
     std::signal(SIGPIPE, SIG_IGN);
 }
 
+// Only the thread that builds the watcher takes the signals, through a handler: the programs
+// it starts then inherit them unblocked (a blocked SIGTERM would defeat `timeout`).
 DSignalWatcher::DSignalWatcher(QObject* parent) : QObject(parent)
 {
-    const sigset_t set = terminationSignals();
-    m_fd = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
-    if (m_fd < 0) {
-        qWarning("signalfd failed: SIGINT and SIGTERM are not handled");
+    int fds[2];
+    if (::pipe2(fds, O_NONBLOCK | O_CLOEXEC) != 0) {
+        qWarning("pipe2 failed: SIGINT and SIGTERM are not handled");
         return;
     }
+    m_fd = fds[0];
+    s_wakeFd = fds[1];
+    struct sigaction action = {};
+    action.sa_handler = onTerminationSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    const sigset_t set = terminationSignals();
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &DSignalWatcher::onSignal);
 }
 
 DSignalWatcher::~DSignalWatcher()
 {
-    if (m_fd >= 0)
-        ::close(m_fd);
+    if (m_fd < 0)
+        return;
+    const sigset_t set = terminationSignals();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    const int wakeFd = s_wakeFd;
+    s_wakeFd = -1;
+    ::close(wakeFd);
+    ::close(m_fd);
 }
 
 void DSignalWatcher::onSignal()
 {
-    signalfd_siginfo info;
-    if (::read(m_fd, &info, sizeof info) == ssize_t(sizeof info)) {
-        qInfo("signal %u: stopping", info.ssi_signo);
+    unsigned char number = 0;
+    if (::read(m_fd, &number, 1) == 1) {
+        qInfo("signal %u: stopping", unsigned(number));
         emit sigTerminate();
     }
 }

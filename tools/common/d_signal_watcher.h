@@ -5,7 +5,7 @@
 
 class QSocketNotifier;
 
-// Turns SIGINT and SIGTERM into a Qt signal, read from a signalfd on the event loop,
+// Turns SIGINT and SIGTERM into a Qt signal, woken through a pipe on the event loop,
 // so that the simulator leaves through its normal clean-up.
 class DSignalWatcher : public QObject
 {
@@ -25,7 +25,7 @@ private slots:
     void onSignal();
 
 private:
-    int m_fd;
+    int m_fd = -1;
     QSocketNotifier* m_notifier = nullptr;
 };
 

@@ -78,18 +78,28 @@ int DCliSession::run()
         complain(error);
         return CeExitUsage;
     }
+    QStringList names;
+    for (const DCommandLine::Order& order : m_commandLine.orders)
+        names << order.name;
+    error = m_programs.missingFor(names);
+    if (!error.isEmpty()) {
+        complain(error);
+        return CeExitCommandFailed;
+    }
     DSimulatorProcess simulator(m_commandLine.trace);
     QString path = m_commandLine.device;
-    if (path.isEmpty()) {
+    if (!m_commandLine.bluetooth && path.isEmpty()) {
         if (!simulator.start(m_commandLine.simulatorArguments, &path, &error)) {
             complain(error);
             return simulator.refusedArguments() ? CeExitUsage : CeExitCommandFailed;
         }
+        m_programs.spare(simulator.processId());
         complain(QStringLiteral("no --device given: using the tool simulator at %1").arg(path));
     }
     if (m_commandLine.trace)
         new DFrameTracer(m_driver, this);
-    if (!m_link->open(path, &error)) {
+    // With --bluetooth the port is the one searchAndConnect opens.
+    if (!m_commandLine.bluetooth && !m_link->open(path, &error)) {
         complain(error);
         return CeExitCommandFailed;
     }
@@ -174,19 +184,23 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     // A command may end inside start() already, before its run id is known.
     QHash<quint64, bool> outcomes;
     QSet<quint64> replaced;  // listeners started again after a reconnection
+    bool stopped = false;
     auto finished = connect(m_runner, &DCommandRunner::sigFinished, &loop,
                             [&](quint64 id, const QString& name, bool ok, const QVariantMap& results) {
                                 if (replaced.contains(id))
                                     return;
                                 outcomes.insert(id, commandSucceeded(ok, results));
                                 print({{"command", name}, {"success", outcomes.value(id)}, {"results", results}});
+                                const QString hint = stopped ? QString() : m_programs.failureHint(name, results);
+                                if (!hint.isEmpty())
+                                    complain(hint);
                                 loop.quit();
                             });
     auto updated = connect(m_runner, &DCommandRunner::sigResultsUpdated, &loop,
                            [&](quint64, const QString& name, const QVariantMap& changed) {
                                if (!recurrent)
                                    return;
-                               print({{"command", name}, {"update", changed}});
+                               print({{"command", name}, {"update", changed}}, true);
                                recordResult(changed);
                            });
     QString error;
@@ -196,6 +210,7 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     bool stopping = false;
     const auto stop = [&] {
         stopping = true;
+        stopped = true;
         m_link->abort();
         if (recurrent)
             m_runner->stop(m_device, prototype->stopCommandName());
@@ -206,9 +221,11 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     QTimer limit;
     limit.setSingleShot(true);
     connect(&limit, &QTimer::timeout, &loop, [&] {
+        const QString stuck = m_programs.stuckMessage(m_commandLine.timeoutSeconds);
         if (!recurrent)
-            complain(QStringLiteral("%1 did not finish within %2 s; stopped")
-                         .arg(order.name).arg(m_commandLine.timeoutSeconds));
+            complain(!stuck.isEmpty() ? stuck
+                                      : QStringLiteral("%1 did not finish within %2 s; stopped")
+                                            .arg(order.name).arg(m_commandLine.timeoutSeconds));
         stop();
     });
     if (!recurrent)
@@ -240,6 +257,7 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     disconnect(finished);
     disconnect(updated);
     disconnect(lost);
+    m_programs.endLeftovers();
     return outcomes.value(runId, false);
 }
 
@@ -279,11 +297,12 @@ void DCliSession::recordResult(const QVariantMap& changed)
         complain(error);
 }
 
-void DCliSession::print(const QVariantMap& object)
+void DCliSession::print(const QVariantMap& object, bool oneLine)
 {
+    const bool compact = m_commandLine.json || oneLine;
     const QJsonDocument document(QJsonObject::fromVariantMap(object));
-    m_out << document.toJson(m_commandLine.json ? QJsonDocument::Compact : QJsonDocument::Indented);
-    if (m_commandLine.json)
+    m_out << document.toJson(compact ? QJsonDocument::Compact : QJsonDocument::Indented);
+    if (compact)
         m_out << '\n';
     m_out.flush();
 }

@@ -3,6 +3,7 @@
 
 #include "d_command_line.h"
 #include "d_result_recorder.h"
+#include "d_external_programs.h"
 
 #include <QObject>
 #include <QTextStream>
@@ -35,11 +36,12 @@ private:
     bool runOrder(const DCommandLine::Order& order, const QVariantMap& arguments);
     bool awaitLink(const QString& listener, const bool& stopping);
     void listCommands();
-    void print(const QVariantMap& object);
+    void print(const QVariantMap& object, bool oneLine = false);
     void recordResult(const QVariantMap& changed);
     void onTerminate();
 
     DCommandLine m_commandLine;
+    DExternalPrograms m_programs;
     QTextStream m_out;
     DResultRecorder m_results;
     DInstructionRouter* m_router = nullptr;

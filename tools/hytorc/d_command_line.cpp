@@ -7,7 +7,8 @@ namespace {
 
 const char* const c_description =
     "Runs commands of the HYTORC device plug-in against a tool, the way the workstation does.\n"
-    "Without --device it starts the tool simulator on a pseudo-terminal and uses it.\n\n"
+    "Without --device it starts the tool simulator on a pseudo-terminal and uses it;\n"
+    "with --bluetooth, searchAndConnect serialId=MAC connects a real tool.\n\n"
     "  hytorc [options] COMMAND [name=value ...] [COMMAND [name=value ...] ...]\n"
     "  hytorc [options] list\n\n"
     "Commands run in sequence in one process, so what one stores in the plug-in\n"
@@ -46,6 +47,7 @@ bool DCommandLine::parse(const QStringList& arguments, QString* message)
     parser.addVersionOption();
     parser.addOptions({
         {"device", "Serial device of the tool (e.g. /dev/rfcomm0). Default: the simulator.", "path"},
+        {"bluetooth", "Open no port up front: searchAndConnect binds /dev/rfcomm0 and opens it for the next commands."},
         {"sim-arg", "Extra argument for the simulator (repeat it), e.g. --sim-arg=--reply-frames=3.", "arg"},
         {"plugins", "Folder of the plug-ins (default: ../plugins beside this program).", "dir"},
         {"json", "One JSON object per line."},
@@ -76,6 +78,11 @@ bool DCommandLine::parse(const QStringList& arguments, QString* message)
     }
     device = parser.value("device");
     outputPath = parser.value("output");
+    bluetooth = parser.isSet("bluetooth");
+    if (bluetooth && !device.isEmpty()) {
+        *message = QStringLiteral("--bluetooth and --device exclude each other");
+        return false;
+    }
     simulatorArguments = parser.values("sim-arg");
     // An unset shell variable must not quietly turn a real tool into the simulator.
     if (parser.isSet("device") && device.isEmpty()) {

@@ -21,6 +21,7 @@ public:
     QString device;
     QString outputPath;  // where a recurrent command's results are appended
     QStringList simulatorArguments;
+    bool bluetooth = false;
     bool json = false;
     bool trace = false;
     bool listOnly = false;

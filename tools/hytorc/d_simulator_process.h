@@ -20,6 +20,7 @@ public:
     bool start(const QStringList& arguments, QString* devicePath, QString* error);
     // The simulator refused its arguments (it exits with 2 for that).
     bool refusedArguments() const;
+    qint64 processId() const { return m_process.processId(); }
 
 private:
     void onLogs();

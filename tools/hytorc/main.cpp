@@ -2,6 +2,7 @@
 #include "d_cli_session.h"
 #include "d_command_line.h"
 #include "d_message_handler.h"
+#include "d_descendant_processes.h"
 #include "d_signal_watcher.h"
 
 #include <QCoreApplication>
@@ -25,6 +26,13 @@ int main(int argc, char* argv[])
         return DCliSession::CeExitUsage;
     }
     DMessageHandler::install(commandLine.verbose);
-    DCliSession session(commandLine);
-    return session.run();
+    // No program that a command started (bluetoothctl under `timeout`) outlives us.
+    DDescendantProcesses::becomeSubreaper();
+    int status = DCliSession::CeExitSuccess;
+    {
+        DCliSession session(commandLine);
+        status = session.run();
+    }
+    DDescendantProcesses::endAll({}, 1000);
+    return status;
 }

@@ -1,5 +1,7 @@
 #include "p_device_hytorc.h"
 
+#include "d_cmd_check_serial_id.h"
+#include "d_cmd_connect_to_device.h"
 #include "d_cmd_get_preset_data.h"
 #include "d_cmd_get_tool_info.h"
 #include "d_cmd_list_programs.h"
@@ -9,6 +11,7 @@
 #include "d_cmd_set_lock.h"
 #include "d_cmd_set_ping_interval.h"
 #include "d_cmd_set_program.h"
+#include "d_cmd_start_detection.h"
 #include "utilities.h"
 
 #include <QtDebug>
@@ -23,14 +26,17 @@ constexpr quint64 c_pluginType = 1147500137;
 // The commands the plug-in offers, in the order the host lists them.
 using PrototypeFactory = DAbstractCommand* (*)(QObject* plugin);
 const PrototypeFactory c_commandFactories[] = {
+    &DCmdConnectToDevice::createPrototype,
     &DCmdListen::createPrototype,
     &DCmdGetPresetData::createPrototype,
+    &DCmdStartDetection::createPrototype,
     &DCmdSetPingInterval::createPrototype,
     &DCmdListPrograms::createPrototype,
     &DCmdSetProgram::createPrototype,
     &DCmdSetLock::createPrototype,
     &DCmdSetLevelAccess::createPrototype,
     &DCmdSetKeepAliveFonction::createPrototype,
+    &DCmdCheckSerialId::createPrototype,
     &DCmdGetToolInfo::createPrototype,
 };
 

@@ -1,0 +1,29 @@
+#ifndef D_EXTERNAL_PROGRAMS_H
+#define D_EXTERNAL_PROGRAMS_H
+
+#include <QSet>
+#include <QStringList>
+#include <QVariantMap>
+
+// The system programs that the Bluetooth commands run (bluetoothctl, rfcomm, ...),
+// seen from the host: whether they can run here at all, which one is stuck when a
+// command does not end, and the ones a command left behind.
+class DExternalPrograms
+{
+public:
+    // A process of the host's own (the simulator) that is neither reported nor ended.
+    void spare(qint64 pid);
+    // Empty when the commands can run here; else one line: what is missing and what to do.
+    QString missingFor(const QStringList& commands) const;
+    // "bluetoothctl power on did not answer in 60 s: ...", or empty when no program runs.
+    QString stuckMessage(double seconds) const;
+    // What to check when `command` ended by itself with a failure; empty when nothing to say.
+    static QString failureHint(const QString& command, const QVariantMap& results);
+    // Ends every program still running that the host did not spare.
+    void endLeftovers() const;
+
+private:
+    QSet<qint64> m_spared;
+};
+
+#endif // D_EXTERNAL_PROGRAMS_H
