@@ -154,7 +154,8 @@ void TestPluginFrame::commandDeclaration()
     auto* pluginB = dynamic_cast<DAbstractPlugin*>(second.data());
     QVERIFY(pluginA && pluginB);
 
-    const QStringList expected{QStringLiteral("getToolInfo")};
+    const QStringList expected{"listenEventsData", "getPresetData", "setPingInterval", "listProgram", "setProgram",
+                               "setLock", "setLevelAccess", "setKeepAliveFonction", "getToolInfo"};
     QSignalSpy done(pluginA, &DAbstractPlugin::sigCommandsInitDone);
     pluginA->initPluginCommands();
     QCOMPARE(done.count(), 1);

@@ -2,8 +2,6 @@
 
 #include "hytorc_hcp_comm.h"
 
-#include <QtDebug>
-
 namespace {
 const QString c_driver = QStringLiteral("driver");
 constexpr int c_instructionTimeout = 2000;
@@ -19,14 +17,25 @@ DHytorcToolCommand::DHytorcToolCommand(const QString& name, const QString& stopN
     : DAbstractCommand(name, stopName, arguments, parent)
     , hcpComm(new HytorcHcpComm(this))
 {
-    connect(hcpComm, &HytorcHcpComm::sigDataReady, this, &DHytorcToolCommand::onDataReady);
-    connect(hcpComm, &HytorcHcpComm::sigError, this, &DHytorcToolCommand::onError);
+    connect(hcpComm, &HytorcHcpComm::sigDataReady, this, [this](const QStringList& payloadLines) {
+        if (!ended)
+            onDataReady(payloadLines);
+    });
+    connect(hcpComm, &HytorcHcpComm::sigError, this, [this](const QString& errorMsg) {
+        if (!ended)
+            onError(errorMsg);
+    });
     connect(hcpComm, &HytorcHcpComm::sigWriteRequest, this,
             [this](const QByteArray& packet) { forwardWrite(packet); });
 }
 
+// Ends once: a stop from the host after the command has ended by itself changes nothing.
 void DHytorcToolCommand::finishTheCommand(bool& ok)
 {
+    if (ended)
+        return;
+    ended = true;
+    resetEngine();
     if (listenInstructionId != 0) {
         ok = stopTheInstruction(listenInstructionId);
         listenInstructionId = 0;
@@ -37,16 +46,17 @@ void DHytorcToolCommand::finishTheCommand(bool& ok)
 bool DHytorcToolCommand::receiveEventData(quint64 instructionId, QVariantMap replyData)
 {
     Q_UNUSED(instructionId)
-    if (hcpComm)
+    if (hcpComm && !ended)
         hcpComm->onRawData(replyData.value(QStringLiteral("frame")).toByteArray(),
                            replyData.value(QStringLiteral("number"), 0).toInt());
     return true;
 }
 
-// The outcome travels in "cmd_success"; the end itself went well.
+// The outcome travels in "cmd_success"; the end itself went well. Each command
+// says what its failure means; the base adds nothing to the log.
 void DHytorcToolCommand::onError(QString errorMsg)
 {
-    qWarning().noquote() << QStringLiteral("[HYTORC-COMM] %1 failed: %2").arg(commandName(), errorMsg);
+    Q_UNUSED(errorMsg)
     commandUpdateResult(QStringLiteral("cmd_success"), false);
     finishCommand();
 }
@@ -71,8 +81,11 @@ void DHytorcToolCommand::finishCommand()
     finishTheCommand(ok);
 }
 
+// A header scheduled before the end must not reach the tool after it.
 void DHytorcToolCommand::forwardWrite(const QByteArray& packet)
 {
+    if (ended)
+        return;
     addInstruction(c_driver, QStringLiteral("write"), {{QStringLiteral("frame"), packet}}, c_instructionTimeout,
                    InstructionReplyDelegate());
 }

@@ -11,6 +11,8 @@
 // What every command that talks to the tool shares: its own HCP engine, the
 // driver's listening instruction that feeds the engine, the forwarding of the
 // engine's frames to the driver, and the end of the command.
+// The host may keep a finished command alive: once it has ended, nothing the engine
+// or the driver still does (a late reply frame, a retry timer) reaches it.
 class DHytorcToolCommand : public DAbstractCommand
 {
     Q_OBJECT
@@ -32,12 +34,15 @@ protected:
     void resetEngine();
     // Closes the listening instruction, then ends the command.
     void finishCommand();
+    bool hasEnded() const { return ended; }
 
     QPointer<HytorcHcpComm> hcpComm;
     quint64 listenInstructionId = 0;
 
 private:
     void forwardWrite(const QByteArray& packet);
+
+    bool ended = false;
 };
 
 #endif // D_HYTORC_TOOL_COMMAND_H

@@ -1,7 +1,15 @@
 #include "p_device_hytorc.h"
 
 #include "be_maintenance_plugin.h"
+#include "d_cmd_get_preset_data.h"
 #include "d_cmd_get_tool_info.h"
+#include "d_cmd_list_programs.h"
+#include "d_cmd_listen.h"
+#include "d_cmd_set_keep_alive_fonction.h"
+#include "d_cmd_set_level_access.h"
+#include "d_cmd_set_lock.h"
+#include "d_cmd_set_ping_interval.h"
+#include "d_cmd_set_program.h"
 #include "d_hytorc_channel.h"
 #include "utilities.h"
 
@@ -19,6 +27,14 @@ constexpr quint64 c_pluginType = 1147500137;
 // The commands the plug-in offers, in the order the host lists them.
 using PrototypeFactory = DAbstractCommand* (*)(QObject* plugin);
 const PrototypeFactory c_commandFactories[] = {
+    &DCmdListen::createPrototype,
+    &DCmdGetPresetData::createPrototype,
+    &DCmdSetPingInterval::createPrototype,
+    &DCmdListPrograms::createPrototype,
+    &DCmdSetProgram::createPrototype,
+    &DCmdSetLock::createPrototype,
+    &DCmdSetLevelAccess::createPrototype,
+    &DCmdSetKeepAliveFonction::createPrototype,
     &DCmdGetToolInfo::createPrototype,
 };
 

@@ -1,0 +1,383 @@
+// The tool commands through the real plug-in library and a recording host: the bytes
+// each one asks the driver to write, its results, the plug-in properties it leaves,
+// its log lines, and that a command the host keeps after its end stays ended.
+#include "d_abstract_command.h"
+#include "d_abstract_plugin.h"
+#include "d_recording_router.h"
+#include "hcp_test_support.h"
+
+#include <QPluginLoader>
+
+using namespace hcptest;
+
+namespace {
+
+QStringList g_warnings;
+
+void keepWarnings(QtMsgType type, const QMessageLogContext&, const QString& message)
+{
+    if (type == QtWarningMsg)
+        g_warnings << message;
+}
+
+const QVariantMap c_lockListen{{"subscription", true}, {"validator", "lock"}};
+const QVariantMap c_accepted{{"cmd_success", true}, {"doneOk", true}};
+const QVariantMap c_refused{{"cmd_success", false}, {"doneOk", false}};
+const QByteArray c_ok = "RESPONSE\r\nECHO\r\nERRORCODE,0\r\nPASSED\r\n";
+
+QVariantMap program(const QString& name, const QString& torque, int progId, const QVariantMap& more = {})
+{
+    QVariantMap record{{"name", name}, {"type", "TQ"}, {"unit", "FTLB"}, {"torque", torque}, {"progId", progId}};
+    for (auto it = more.cbegin(); it != more.cend(); ++it)
+        record.insert(it.key(), it.value());
+    return record;
+}
+
+const QVariantList c_stored{program("P1", "120", 1), program("P2", "35.5", 2, {{"angle", "30"}, {"fastener", "LH"}}),
+                            program("P3", "35", 3)};
+
+} // namespace
+
+class TestToolCommands : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void transactions_data();
+    void transactions();
+    void endedCommandStaysEnded_data();
+    void endedCommandStaysEnded();
+    void presetData_data();
+    void presetData();
+    void eventParsing_data();
+    void eventParsing();
+    void keepAlive_data();
+    void keepAlive();
+
+private:
+    DAbstractCommand* make(const QString& name, const QVariantMap& arguments);
+
+    QPluginLoader m_loader;
+    QScopedPointer<IPlugin> m_instance;
+    DAbstractPlugin* m_plugin = nullptr;
+    DRecordingRouter* m_router = nullptr;
+    QSharedPointer<ICommand> m_command;
+};
+
+void TestToolCommands::initTestCase()
+{
+    m_loader.setFileName(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/plugins/libp_device_hytorc.so");
+    QVERIFY2(m_loader.load(), qPrintable(m_loader.errorString()));
+}
+
+void TestToolCommands::init()
+{
+    m_instance.reset(qobject_cast<IPlugin*>(m_loader.instance())->createInstance(QUuid::createUuid()));
+    m_plugin = dynamic_cast<DAbstractPlugin*>(m_instance.data());
+    m_router = new DRecordingRouter;
+    m_plugin->setInstructionRouter(m_router);
+    m_plugin->initPluginCommands();
+    g_warnings.clear();
+    qInstallMessageHandler(keepWarnings);
+}
+
+void TestToolCommands::cleanup()
+{
+    qInstallMessageHandler(nullptr);
+    m_command.reset();
+    m_instance.reset();
+    delete m_router;
+}
+
+DAbstractCommand* TestToolCommands::make(const QString& name, const QVariantMap& arguments)
+{
+    m_command = m_plugin->declaredCommand(name)->newCommandInstance(arguments);
+    return dynamic_cast<DAbstractCommand*>(m_command.data());
+}
+
+// An empty request: refused before anything reaches the driver.
+void TestToolCommands::transactions_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QVariantMap>("arguments");
+    QTest::addColumn<QVariantMap>("listen");
+    QTest::addColumn<QByteArray>("request");
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<QVariantMap>("results");
+    QTest::addColumn<QVariantMap>("properties");
+    QTest::addColumn<QStringList>("warnings");
+
+    const QVariantMap noProperties;
+    QTest::newRow("lock") << "setLock" << QVariantMap{{"lock", true}} << c_lockListen
+                          << QByteArray("SET FLAGS OPEN_PROTOCOL\r\nOPEN_PROTOCOL_LOCK\r\n") << c_ok << c_accepted
+                          << QVariantMap{{"lock", true}} << QStringList();
+    QTest::newRow("unlock") << "setLock" << QVariantMap{{"lock", false}} << c_lockListen
+                            << QByteArray("SET FLAGS OPEN_PROTOCOL\r\n") << c_ok << c_accepted
+                            << QVariantMap{{"lock", false}} << QStringList();
+    QTest::newRow("lock refused") << "setLock" << QVariantMap{{"lock", true}} << c_lockListen
+                                  << QByteArray("SET FLAGS OPEN_PROTOCOL\r\nOPEN_PROTOCOL_LOCK\r\n")
+                                  << QByteArray("RESPONSE\r\nERRORCODE,2\r\n") << c_refused
+                                  << QVariantMap{{"lock", QVariant()}} << QStringList();
+    QTest::newRow("level") << "setLevelAccess" << QVariantMap{{"level", " l2 "}}
+                           << QVariantMap{{"subscription", true}, {"validator", "level"}}
+                           << QByteArray("SET ADMIN ACCESS_LEVEL\r\nL2\r\n") << c_ok << c_accepted << noProperties
+                           << QStringList();
+    QTest::newRow("level missing") << "setLevelAccess" << QVariantMap() << QVariantMap{{"subscription", true},
+                                                                                        {"validator", "level"}}
+                                   << QByteArray("SET ADMIN ACCESS_LEVEL\r\nL4\r\n") << c_ok << c_accepted
+                                   << noProperties << QStringList();
+    QTest::newRow("ping") << "setPingInterval" << QVariantMap{{"interval", 500}} << QVariantMap()
+                          << QByteArray("SET PING INTERVAL\r\n500\r\n") << c_ok << c_accepted << noProperties
+                          << QStringList();
+    QTest::newRow("ping negative") << "setPingInterval" << QVariantMap{{"interval", -3}} << QVariantMap()
+                                   << QByteArray("SET PING INTERVAL\r\n150\r\n") << c_ok << c_accepted
+                                   << noProperties << QStringList();
+    const QVariantList listed{
+        QVariantMap{{"name", "P1"}, {"type", "TQ"}, {"unit", "FTLB"}, {"torque", "120"}, {"progId", 1}},
+        QVariantMap{{"name", "P2"}, {"type", "TQA"}, {"unit", "NM"}, {"torque", "250.5"}, {"angle", "30"},
+                    {"release", "1"}, {"fastener", "RH"}, {"progId", 2}},
+        QVariantMap{{"name", "P3"}, {"type", ""}, {"unit", "NM"}, {"torque", "800"}, {"progId", 3}}};
+    QTest::newRow("list") << "listProgram" << QVariantMap() << QVariantMap()
+                          << QByteArray("GET JOBS PROFILE\r\n")
+                          << QByteArray("HCD\r\nGET JOBS PROFILE\r\nP1,TQ,FTLB,120\r\nP0,TQ,NM\r\n"
+                                        " P2 , TQA , NM , 250.5 , 30 , 1 , RH , extra \r\nP3,,NM,800\r\n"
+                                        "ERRORCODE,0\r\nPASSED\r\n")
+                          << QVariantMap{{"cmd_success", true}, {"programList", listed}}
+                          << QVariantMap{{"programList", listed}, {"programListCount", 3}, {"currentProgId", 1}}
+                          << QStringList();
+    QTest::newRow("list empty") << "listProgram" << QVariantMap() << QVariantMap()
+                                << QByteArray("GET JOBS PROFILE\r\n") << c_ok
+                                << QVariantMap{{"cmd_success", true}, {"programList", QVariantList()}}
+                                << QVariantMap{{"programListCount", 0}, {"currentProgId", 7}} << QStringList();
+    const QVariantMap prog{{"subscription", true}, {"validator", "prog"}};
+    QTest::newRow("program short record") << "setProgram" << QVariantMap{{"progId", 1}} << prog
+                                          << QByteArray("SET JOBS PROFILE\r\nP1,TQ,FTLB,120,0,0,RH\r\n") << c_ok
+                                          << QVariantMap{{"cmd_success", true},
+                                                         {"presetData", QVariantMap{{"targetAngle", "0"},
+                                                                                    {"torque", 12000}}}}
+                                          << QVariantMap{{"currentProgId", 1}} << QStringList();
+    QTest::newRow("program decimal torque") << "setProgram" << QVariantMap{{"progId", 2}} << prog
+                                            << QByteArray("SET JOBS PROFILE\r\nP2,TQ,FTLB,35.5,30,0,LH\r\n") << c_ok
+                                            << QVariantMap{{"cmd_success", true},
+                                                           {"presetData", QVariantMap{{"targetAngle", "30"},
+                                                                                      {"torque", 0}}}}
+                                            << QVariantMap{{"currentProgId", 2}} << QStringList();
+    QTest::newRow("program refused") << "setProgram" << QVariantMap{{"progId", 3}} << prog
+                                     << QByteArray("SET JOBS PROFILE\r\nP3,TQ,FTLB,35,0,0,RH\r\n")
+                                     << QByteArray("RESPONSE\r\nERRORCODE,3\r\n")
+                                     << QVariantMap{{"cmd_success", false},
+                                                    {"presetData", QVariantMap{{"targetAngle", "0"}, {"torque", 3500}}}}
+                                     << QVariantMap{{"currentProgId", 7}}
+                                     << QStringList{"[HYTORC-SET_PROG] Failed after retries: "
+                                                    "\"Tool returned error: ERRORCODE,3\""};
+    for (const QVariant& id : {QVariant(0), QVariant(4), QVariant("abc")}) {
+        QTest::newRow(qPrintable("program id " + id.toString()))
+            << "setProgram" << QVariantMap{{"progId", id}} << QVariantMap() << QByteArray() << QByteArray()
+            << QVariantMap{{"cmd_success", false}, {"presetData", QVariant()}} << QVariantMap{{"currentProgId", 7}}
+            << QStringList();
+    }
+}
+
+// Every row starts with three stored programs and "currentProgId" 7.
+void TestToolCommands::transactions()
+{
+    QFETCH(QString, name);
+    QFETCH(QVariantMap, arguments);
+    QFETCH(QVariantMap, listen);
+    QFETCH(QByteArray, request);
+    QFETCH(QByteArray, reply);
+    QFETCH(QVariantMap, results);
+    QFETCH(QVariantMap, properties);
+    QFETCH(QStringList, warnings);
+    m_plugin->setProperty("programList", c_stored, false);
+    m_plugin->setProperty("currentProgId", 7, false);
+    DAbstractCommand* command = make(name, arguments);
+    QSignalSpy finished(command, &DAbstractCommand::sigCommandFinished);
+
+    QVERIFY(command->commandExecute());
+    if (request.isEmpty()) {
+        QVERIFY(m_router->sent.isEmpty());
+    } else {
+        QCOMPARE(m_router->sent.at(0).instruction, QStringLiteral("listenEventsData"));
+        QCOMPARE(m_router->sent.at(0).parameters, listen);
+        QTRY_COMPARE_WITH_TIMEOUT(m_router->writes().size(), 1, 5000);
+        m_router->deliver(ack());
+        QCOMPARE(m_router->writes().value(1), hcptest::request(request, 1));
+        m_router->deliver(ack());
+        m_router->deliver(hcptest::reply(reply, true));
+        QCOMPARE(m_router->closed, QList<quint64>{1});
+    }
+    QCOMPARE(finished.count(), 1);
+    QCOMPARE(finished.at(0).at(0).toBool(), true);
+    for (auto it = results.cbegin(); it != results.cend(); ++it)
+        QCOMPARE(command->commandResults().value(it.key()), it.value());
+    for (auto it = properties.cbegin(); it != properties.cend(); ++it)
+        QCOMPARE(m_plugin->getProperty(it.key(), QVariant()), it.value());
+    QCOMPARE(g_warnings, warnings);
+}
+
+void TestToolCommands::endedCommandStaysEnded_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("stopAfterWrites");  // -1: the tool's error ends it
+    QTest::addColumn<int>("waitMs");
+    QTest::newRow("last frame after a tool error, same chunk") << "setLock" << -1 << 300;
+    QTest::newRow("stopped before its header") << "setPingInterval" << 0 << 500;
+    QTest::newRow("stopped while its retry timer runs") << "listProgram" << 1 << 3600;
+}
+
+// The host keeps the command after its end: nothing more is published, written or ended.
+void TestToolCommands::endedCommandStaysEnded()
+{
+    QFETCH(QString, name);
+    QFETCH(int, stopAfterWrites);
+    QFETCH(int, waitMs);
+    DAbstractCommand* command = make(name, {});
+    QSignalSpy finished(command, &DAbstractCommand::sigCommandFinished);
+    QSignalSpy updates(command, &DAbstractCommand::sigResultsUpdated);
+    QVERIFY(command->commandExecute());
+    if (stopAfterWrites < 0) {
+        QTRY_COMPARE_WITH_TIMEOUT(m_router->writes().size(), 1, 5000);
+        m_router->deliver(ack());
+        m_router->deliver(ack());
+        m_router->deliver(reply("RESPONSE\r\nERRORCODE,5\r\n", false) + reply(c_ok, true));
+    } else {
+        QTRY_COMPARE_WITH_TIMEOUT(m_router->writes().size(), stopAfterWrites, 5000);
+        bool ok = true;
+        command->finishTheCommand(ok);
+    }
+    QCOMPARE(finished.count(), 1);
+    const int writes = m_router->writes().size();
+    const int updated = updates.count();
+    const QVariantMap results = command->commandResults();
+    QTest::qWait(waitMs);
+    bool ok = true;
+    command->finishTheCommand(ok);
+    m_router->deliver(reply(c_ok, true));
+    QCOMPARE(finished.count(), 1);
+    QCOMPARE(m_router->writes().size(), writes);
+    QCOMPARE(updates.count(), updated);
+    QCOMPARE(command->commandResults(), results);
+    QCOMPARE(m_router->closed, QList<quint64>{1});
+    QCOMPARE(results.value("cmd_success"), QVariant(false));
+}
+
+void TestToolCommands::presetData_data()
+{
+    QTest::addColumn<QVariant>("progId");
+    QTest::addColumn<QVariant>("stored");
+    QTest::addColumn<QVariant>("preset");  // invalid: the command fails
+    QTest::addColumn<QStringList>("warnings");
+    const auto list = [](const QVariantMap& more) { return QVariant(QVariantList{program("A", "1", 1), program("B", "50", 5, more)}); };
+    const QVariantMap plain{{"name", "B"}, {"type", "TQ"}, {"unit", "ft.lb"}, {"torque", 5000}, {"progId", 5}};
+    QVariantMap full = plain;
+    full.insert({{"unit", "N.m"}, {"torque", 5001}, {"targetAngle", 0}, {"release", "2"}, {"fastener", "LH"}});
+    QTest::newRow("plain record") << QVariant(5) << list({{"unit", "ftlb"}}) << QVariant(plain) << QStringList();
+    QTest::newRow("every key") << QVariant(5u)
+                               << list({{"unit", "nm"}, {"torque", "50.019"}, {"angle", "12.5"}, {"release", "2"},
+                                        {"fastener", "LH"}})
+                               << QVariant(full) << QStringList();
+    QVariantMap other = plain;
+    other.insert({{"unit", "INLB"}, {"torque", 1234}});
+    QTest::newRow("other unit, decimal torque") << QVariant(5) << list({{"unit", "inlb"}, {"torque", "12.345"}})
+                                                << QVariant(other) << QStringList();
+    QTest::newRow("id not stored") << QVariant(2) << list({}) << QVariant() << QStringList();
+    QTest::newRow("id 0") << QVariant(0) << list({}) << QVariant()
+                          << QStringList{"[HYTORC-GET_PRESET] Invalid progId: QVariant(int, 0)"};
+    QTest::newRow("id text") << QVariant("abc") << list({}) << QVariant()
+                             << QStringList{"[HYTORC-GET_PRESET] Invalid progId: QVariant(QString, \"abc\")"};
+    QTest::newRow("no list") << QVariant(1) << QVariant() << QVariant()
+                             << QStringList{"[HYTORC-GET_PRESET] Invalid program list property type"};
+}
+
+void TestToolCommands::presetData()
+{
+    QFETCH(QVariant, progId);
+    QFETCH(QVariant, stored);
+    QFETCH(QVariant, preset);
+    QFETCH(QStringList, warnings);
+    if (stored.isValid())
+        m_plugin->setProperty("programList", stored, false);
+    DAbstractCommand* command = make("getPresetData", {{"progId", progId}});
+    QSignalSpy finished(command, &DAbstractCommand::sigCommandFinished);
+    QVERIFY(command->commandExecute());
+    QCOMPARE(finished.count(), 1);
+    QCOMPARE(command->commandResults().value("cmd_success").toBool(), preset.isValid());
+    QCOMPARE(command->commandResults().value("presetData"), QVariant(preset.toMap()));
+    QCOMPARE(g_warnings, warnings);
+    QVERIFY(m_router->sent.isEmpty());
+}
+
+void TestToolCommands::eventParsing_data()
+{
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<QVariantList>("records");  // the keys checked of each publication
+    const QString fifteen = "2026-01-02, 10:11:12 ,3,J7,P2,TQA,x,y, 1.5 ,z,FTLB,CW,w,PASSED,45.678";
+    const QVariantMap record{{"date", "2026-01-02"}, {"time", "10:11:12"}, {"duration", 3}, {"jobId", "J7"},
+                             {"profileName", "P2"}, {"mode", "TQA"}, {"snugTorqueAngle", "1.5"},
+                             {"torqueUnit", "FTLB"}, {"direction", "CW"}, {"status", "PASSED"},
+                             {"convertedTorque", 4567}, {"angleUnit", "DEG"}, {"progId", 7}, {"eventCountNo", -1}};
+    QVariantMap sixteen = record;
+    sixteen.insert({{"date", "a"}, {"time", "b"}, {"duration", 0}, {"convertedTorque", 0}, {"status", "FAILED"}});
+    QTest::newRow("header and data on one line") << QStringList{"SET EVENT LOG" + fifteen} << QVariantList{record};
+    QTest::newRow("header, then 16 fields")
+        << QStringList{"SET EVENT LOG", "a,b,c,J7,P2,TQA,x,y,1.5,z,FTLB,CW,w,FAILED,abc,more"}
+        << QVariantList{sixteen};
+    QTest::newRow("header, then 15 fields") << QStringList{"SET EVENT LOG", fifteen} << QVariantList();
+    QTest::newRow("14 fields") << QStringList{"SET EVENT LOG" + fifteen.section(',', 0, 13)} << QVariantList();
+    QTest::newRow("two reports") << QStringList{"SET EVENT LOG" + fifteen, "", "SET EVENT LOG " + fifteen}
+                                 << QVariantList{record, record};
+}
+
+void TestToolCommands::eventParsing()
+{
+    QFETCH(QStringList, lines);
+    QFETCH(QVariantList, records);
+    m_plugin->setProperty("currentProgId", 7, false);
+    DAbstractCommand* command = make("listenEventsData", {});
+    QSignalSpy updates(command, &DAbstractCommand::sigResultsUpdated);
+    QVERIFY(command->commandExecute());
+    QCOMPARE(m_router->sent.at(0).parameters, (QVariantMap{{"subscription", true}, {"validator", "listen"}}));
+    QMetaObject::invokeMethod(command, "onEventReady", Q_ARG(QStringList, lines));
+    QCOMPARE(updates.count(), records.size());
+    for (int i = 0; i < records.size(); ++i) {
+        const QVariantMap published = updates.at(i).at(0).toMap().value("eventData").toMap();
+        QCOMPARE(published, records.at(i).toMap());
+    }
+    QVERIFY(m_router->writes().isEmpty());
+}
+
+void TestToolCommands::keepAlive_data()
+{
+    QTest::addColumn<QVariantMap>("driverReply");
+    QTest::addColumn<bool>("success");
+    QTest::newRow("accepted") << QVariantMap{{"cmd_success", true}} << true;
+    QTest::newRow("empty reply") << QVariantMap() << false;
+}
+
+void TestToolCommands::keepAlive()
+{
+    QFETCH(QVariantMap, driverReply);
+    QFETCH(bool, success);
+    m_router->keepAliveReply = driverReply;
+    DAbstractCommand* command = make("setKeepAliveFonction", {});
+    QSignalSpy finished(command, &DAbstractCommand::sigCommandFinished);
+    QVERIFY(command->commandExecute());
+    QCOMPARE(m_router->sent.size(), 1);
+    QCOMPARE(m_router->sent.at(0).instruction, QStringLiteral("setKeepAliveFonction"));
+    QCOMPARE(m_router->sent.at(0).timeout, 2000);
+    QCOMPARE(m_router->sent.at(0).parameters,
+             (QVariantMap{{"frame", hex("00 01 8C 13 47 45 54 20 53 54 41 54 45 20 42 41 54 54 45 52 59 0D 0A FA 8D")},
+                          {"responseFrame", hex("00010800FFF7")},
+                          {"ackFrame", hex("00014800FFB7")},
+                          {"timeout", 20000}}));
+    QTRY_COMPARE_WITH_TIMEOUT(finished.count(), 1, 5000);
+    QCOMPARE(finished.at(0).at(0).toBool(), true);
+    QCOMPARE(command->commandResults(), (QVariantMap{{"cmd_success", success}, {"doneOk", success}}));
+}
+
+QTEST_GUILESS_MAIN(TestToolCommands)
+#include "test_tool_commands.moc"
