@@ -6,24 +6,18 @@
 #include "d_command_runner.h"
 #include "d_frame_tracer.h"
 #include "d_instruction_router.h"
-#include "d_plugin_host.h"
 #include "d_signal_watcher.h"
 #include "d_simulator_process.h"
+#include "d_workstation.h"
 
 #include <QEventLoop>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimer>
-#include <QUuid>
 
 #include <cstdio>
 
 namespace {
-
-const QString c_devicePluginName = QStringLiteral("Plugin Device Hytorc");
-const QString c_driverPluginName = QStringLiteral("Plugin Driver Serial");
-const QString c_driverTarget = QStringLiteral("driver");
-constexpr int c_openTimeoutMs = 5000;
 
 void complain(const QString& message)
 {
@@ -46,23 +40,18 @@ DCliSession::DCliSession(const DCommandLine& commandLine, QObject* parent)
     : QObject(parent)
     , m_commandLine(commandLine)
     , m_out(stdout)
-    , m_router(new DInstructionRouter(this))
-    , m_host(new DPluginHost(m_router, this))
-    , m_runner(new DCommandRunner(this))
+    , m_station(new DWorkstation(this))
+    , m_runner(m_station->runner())
     , m_signals(new DSignalWatcher(this))
 {
     connect(m_signals, &DSignalWatcher::sigTerminate, this, &DCliSession::onTerminate);
-    connect(m_router, &DInstructionRouter::sigInstructionFailed, this,
+    connect(m_station->router(), &DInstructionRouter::sigInstructionFailed, this,
             [](const QString& target, const QString& instruction, const QString& reason) {
                 complain(QStringLiteral("%1 \"%2\": %3").arg(target, instruction, reason));
             });
 }
 
-// Commands still running are ended before the plug-ins go.
-DCliSession::~DCliSession()
-{
-    delete m_runner;
-}
+DCliSession::~DCliSession() = default;
 
 int DCliSession::run()
 {
@@ -88,7 +77,7 @@ int DCliSession::run()
     }
     if (m_commandLine.trace)
         new DFrameTracer(m_driver, this);
-    if (!openDevice(path, &error)) {
+    if (!m_station->openDevice(path, &error)) {
         complain(error);
         return CeExitCommandFailed;
     }
@@ -100,27 +89,16 @@ int DCliSession::run()
         complain(QStringLiteral("interrupted: %1 command(s) not run").arg(m_commandLine.orders.size() - i));
         allOk = false;
     }
-    closeDevice();
+    m_station->closeDevice();
     return allOk ? CeExitSuccess : CeExitCommandFailed;
 }
 
 bool DCliSession::setUp(QString* error)
 {
-    if (!m_host->loadPlugins(m_commandLine.pluginDirectory, error))
+    if (!m_station->setUp(m_commandLine.pluginDirectory, error))
         return false;
-    IPlugin* deviceRoot = m_host->rootPlugin(c_devicePluginName);
-    IPlugin* driverRoot = m_host->rootPlugin(c_driverPluginName);
-    if (!deviceRoot || !driverRoot) {
-        *error = QStringLiteral("\"%1\" not found in %2").arg(deviceRoot ? c_driverPluginName : c_devicePluginName,
-                                                              m_commandLine.pluginDirectory);
-        return false;
-    }
-    m_device = m_host->createInstance(deviceRoot, QUuid::createUuid());
-    m_driver = m_host->createInstance(driverRoot, QUuid::createUuid());
-    if (!m_device || !m_driver || !m_host->playTarget(c_driverTarget, m_driver)) {
-        *error = QStringLiteral("the plug-ins could not be instantiated");
-        return false;
-    }
+    m_device = m_station->device();
+    m_driver = m_station->driver();
     return true;
 }
 
@@ -140,41 +118,6 @@ bool DCliSession::prepareOrders(QList<QVariantMap>* arguments, QString* error) c
         arguments->append(converted);
     }
     return true;
-}
-
-bool DCliSession::openDevice(const QString& path, QString* error)
-{
-    const QVariantMap settings{
-        {"devicePath", path},  {"rawMode", true}, {"parallelListening", true}, {"baud_rate", 115200},
-        {"data_bits", 8},      {"parity", 0},     {"stop_bits", 1},            {"flow_control", 0}};
-    QEventLoop loop;
-    QVariantMap reply;
-    QString refusal;
-    const quint64 id = m_router->openInstruction(
-        c_driverTarget, QStringLiteral("changeDevicePath"), settings, c_openTimeoutMs,
-        [&](quint64, const QVariantMap& answer) {
-            reply = answer;
-            loop.quit();
-        },
-        &refusal);
-    if (id == 0) {
-        *error = refusal;
-        return false;
-    }
-    loop.exec();
-    if (reply.value(QStringLiteral("results")).toMap().value(QStringLiteral("doneOk")).toBool())
-        return true;
-    *error = QStringLiteral("cannot open %1: %2").arg(path, reply.value(QStringLiteral("error")).toString());
-    return false;
-}
-
-void DCliSession::closeDevice()
-{
-    QEventLoop loop;
-    QString refusal;
-    if (m_router->openInstruction(c_driverTarget, QStringLiteral("closeConnection"), {}, c_openTimeoutMs,
-                                  [&](quint64, const QVariantMap&) { loop.quit(); }, &refusal))
-        loop.exec();
 }
 
 // Runs one order to its end: a recurrent command streams until Ctrl-C or --for, a command

@@ -10,9 +10,8 @@
 
 class DAbstractPlugin;
 class DCommandRunner;
-class DInstructionRouter;
-class DPluginHost;
 class DSignalWatcher;
+class DWorkstation;
 
 // One run of the command-line host: load the plug-ins, open the tool's link,
 // run the orders in sequence and print their results.
@@ -30,8 +29,6 @@ public:
 private:
     bool setUp(QString* error);
     bool prepareOrders(QList<QVariantMap>* arguments, QString* error) const;
-    bool openDevice(const QString& path, QString* error);
-    void closeDevice();
     bool runOrder(const DCommandLine::Order& order, const QVariantMap& arguments);
     void listCommands();
     void print(const QVariantMap& object);
@@ -39,8 +36,7 @@ private:
 
     DCommandLine m_commandLine;
     QTextStream m_out;
-    DInstructionRouter* m_router = nullptr;
-    DPluginHost* m_host = nullptr;
+    DWorkstation* m_station = nullptr;
     DCommandRunner* m_runner = nullptr;
     DAbstractPlugin* m_device = nullptr;
     DAbstractPlugin* m_driver = nullptr;

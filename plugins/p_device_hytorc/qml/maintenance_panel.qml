@@ -65,6 +65,36 @@ BasePanelMaintenance {
         }
     }
 
+    // One line of the tool information: property on 40 % of the width, value on 60 %.
+    component ToolInfoRow: Rectangle {
+        id: idToolInfoRow
+        property alias propertyText: idCellProperty.text
+        property alias valueText: idCellValue.text
+        property bool heading: false
+
+        implicitHeight: Style.rowHeight
+        color: heading ? Style.borderColor : Style.panelColor
+
+        Label {
+            id: idCellProperty
+            objectName: parent.objectName + ".idCellProperty"
+            x: Style.margin
+            width: parent.width * 0.4 - Style.margin
+            anchors.verticalCenter: parent.verticalCenter
+            font.bold: idToolInfoRow.heading
+            elide: Text.ElideRight
+        }
+        Label {
+            id: idCellValue
+            objectName: parent.objectName + ".idCellValue"
+            x: parent.width * 0.4
+            width: parent.width * 0.6 - Style.margin
+            anchors.verticalCenter: parent.verticalCenter
+            font.bold: idToolInfoRow.heading
+            elide: Text.ElideRight
+        }
+    }
+
     contentItem: ColumnLayout {
         id: idColumnCommands
         objectName: idPanel.objectName + ".idColumnCommands"
@@ -152,26 +182,14 @@ BasePanelMaintenance {
             }
         }
 
-        RowLayout {
+        ToolInfoRow {
             id: idRowToolInfoHeader
             objectName: parent.objectName + ".idRowToolInfoHeader"
             visible: toolInfoListModel.count > 0
-            spacing: 0
-
-            Label {
-                id: idLabelProperty
-                objectName: parent.objectName + ".idLabelProperty"
-                text: "Property"
-                font.bold: true
-                Layout.preferredWidth: idRowToolInfoHeader.width * 0.4
-            }
-            Label {
-                id: idLabelValue
-                objectName: parent.objectName + ".idLabelValue"
-                text: "Value"
-                font.bold: true
-                Layout.preferredWidth: idRowToolInfoHeader.width * 0.6
-            }
+            heading: true
+            propertyText: "Property"
+            valueText: "Value"
+            Layout.fillWidth: true
         }
 
         ListView {
@@ -182,33 +200,13 @@ BasePanelMaintenance {
             interactive: false
             implicitHeight: contentHeight
             Layout.fillWidth: true
-            delegate: Rectangle {
+            delegate: ToolInfoRow {
                 id: idRowToolInfo
                 objectName: idListViewToolInfo.objectName + ".idRowToolInfo"
                 width: idListViewToolInfo.width
-                height: Style.rowHeight
-                color: index % 2 ? Style.panelColor : Style.alternateRowColor
-                border.width: Style.borderWidth
-                border.color: Style.borderColor
-
-                Label {
-                    id: idLabelRowProperty
-                    objectName: parent.objectName + ".idLabelRowProperty"
-                    text: model.property
-                    x: Style.margin
-                    width: parent.width * 0.4 - Style.margin
-                    anchors.verticalCenter: parent.verticalCenter
-                    elide: Text.ElideRight
-                }
-                Label {
-                    id: idLabelRowValue
-                    objectName: parent.objectName + ".idLabelRowValue"
-                    text: model.value
-                    x: parent.width * 0.4
-                    width: parent.width * 0.6 - Style.margin
-                    anchors.verticalCenter: parent.verticalCenter
-                    elide: Text.ElideRight
-                }
+                color: index % 2 ? Style.alternateRowColor : Style.panelColor
+                propertyText: model.property
+                valueText: model.value
             }
         }
 
