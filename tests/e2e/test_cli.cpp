@@ -67,7 +67,7 @@ void TestCli::listAndTrace()
 {
     const Run list = hytorc({"--json", "list"});
     QCOMPARE(list.exitCode, 0);
-    const QJsonObject first = QJsonDocument::fromJson(list.out.split('\n').first()).object();
+    const QJsonObject first = QJsonDocument::fromJson(list.out.trimmed().split('\n').last()).object();
     QCOMPARE(first.value("name").toString(), QStringLiteral("getToolInfo"));
     QCOMPARE(first.value("description").toString(), QStringLiteral("Get tool identification info (via HytorcHcpComm)"));
 

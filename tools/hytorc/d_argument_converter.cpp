@@ -17,11 +17,13 @@ bool DArgumentConverter::convert(const QVariantList& declared, const QStringList
         const QString text = assignment.mid(at + 1);
         const QString type = types.value(name, QStringLiteral("QString"));
         QVariant value;
-        if (name.isEmpty() || !convertValue(type, text, &value)) {
-            *message = QStringLiteral("parameter %1 is not a valid %2").arg(assignment, type);
+        if (name.isEmpty()) {
+            *message = QStringLiteral("parameter %1 has no name").arg(assignment);
             return false;
         }
-        arguments->insert(name, value);
+        // A value that does not fit its type reaches the command as text, as the host
+        // passes it: the command's own rule for a bad value applies.
+        arguments->insert(name, convertValue(type, text, &value) ? value : QVariant(text));
     }
     return true;
 }

@@ -10,7 +10,8 @@ class DArgumentConverter
 {
 public:
     // `declared`: the command's parameter declarations ({name, type, ...}). Undeclared
-    // names pass as text. False with a one-line reason when a value does not fit its type.
+    // names, and values that do not fit their type, pass as text. False with a one-line
+    // reason when a name is empty.
     static bool convert(const QVariantList& declared, const QStringList& assignments, QVariantMap* arguments,
                         QString* message);
 

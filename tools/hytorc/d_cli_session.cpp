@@ -65,7 +65,7 @@ int DCliSession::run()
         return CeExitSuccess;
     }
     QList<QVariantMap> arguments;
-    if (!prepareOrders(&arguments, &error)) {
+    if (!prepareOrders(&arguments, &error) || !m_results.open(m_commandLine.outputPath, &error)) {
         complain(error);
         return CeExitUsage;
     }
@@ -137,8 +137,10 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
                             });
     auto updated = connect(m_runner, &DCommandRunner::sigResultsUpdated, &loop,
                            [&](quint64, const QString& name, const QVariantMap& changed) {
-                               if (recurrent)
-                                   print({{"command", name}, {"update", changed}});
+                               if (!recurrent)
+                                   return;
+                               print({{"command", name}, {"update", changed}});
+                               recordResult(changed);
                            });
     QString error;
     const quint64 runId = m_runner->start(m_device, order.name, arguments, &error);
@@ -166,6 +168,8 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     if (runId != 0 && !outcomes.contains(runId))
         loop.exec();
     m_stopCurrent = nullptr;
+    if (recurrent && runId != 0)
+        complain(QStringLiteral("%1: %2").arg(order.name, m_results.summary()));
     disconnect(finished);
     disconnect(updated);
     return outcomes.value(runId, false);
@@ -183,6 +187,15 @@ void DCliSession::listCommands()
 {
     for (const QString& name : m_device->commandNames())
         print(m_device->getFunctionDescription(name));
+}
+
+// A tightening result is one "eventData" update.
+void DCliSession::recordResult(const QVariantMap& changed)
+{
+    const QVariant result = changed.value(QStringLiteral("eventData"));
+    QString error;
+    if (result.isValid() && !m_results.record(result.toMap(), &error))
+        complain(error);
 }
 
 void DCliSession::print(const QVariantMap& object)

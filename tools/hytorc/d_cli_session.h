@@ -2,6 +2,7 @@
 #define D_CLI_SESSION_H
 
 #include "d_command_line.h"
+#include "d_result_recorder.h"
 
 #include <QObject>
 #include <QTextStream>
@@ -32,10 +33,12 @@ private:
     bool runOrder(const DCommandLine::Order& order, const QVariantMap& arguments);
     void listCommands();
     void print(const QVariantMap& object);
+    void recordResult(const QVariantMap& changed);
     void onTerminate();
 
     DCommandLine m_commandLine;
     QTextStream m_out;
+    DResultRecorder m_results;
     DWorkstation* m_station = nullptr;
     DCommandRunner* m_runner = nullptr;
     DAbstractPlugin* m_device = nullptr;

@@ -41,6 +41,8 @@ bool DCommandLine::parse(const QStringList& arguments, QString* message)
         {"json", "One JSON object per line."},
         {"trace", "Print every frame both ways on stderr."},
         {"for", "How long a recurrent command streams before it is stopped.", "seconds"},
+        {"output", "Also append each result of a recurrent command to file as it arrives: JSON lines, "
+                   "or CSV with a header row when file ends in .csv.", "file"},
         {"timeout", "Stop a command that has not finished after this long (default 60).", "seconds"},
     });
     parser.addPositionalArgument("command", "A command of the plug-in, then its name=value parameters; or list.");
@@ -54,6 +56,7 @@ bool DCommandLine::parse(const QStringList& arguments, QString* message)
         return false;
     }
     device = parser.value("device");
+    outputPath = parser.value("output");
     simulatorArguments = parser.values("sim-arg");
     pluginDirectory = parser.isSet("plugins")
         ? parser.value("plugins")

@@ -19,6 +19,7 @@ public:
 
     QString pluginDirectory;
     QString device;
+    QString outputPath;  // where a recurrent command's results are appended
     QStringList simulatorArguments;
     bool json = false;
     bool trace = false;

@@ -44,6 +44,7 @@ void DBytePacer::enqueueChunk(const Chunk& chunk)
         restartCredit(m_clock.nsecsElapsed());
     m_chunks.enqueue(chunk);
     m_backlog += bytes.size();
+    m_enqueuedTotal += bytes.size();
     onTick();
     if (!m_chunks.isEmpty() && !m_timer.isActive())
         m_timer.start();

@@ -27,6 +27,8 @@ public:
     void enqueueBurst(const QByteArray& bytes, int pauseMs);
     void clear();
     qint64 backlog() const { return m_backlog; }
+    // Every byte ever queued, cleared ones included: a position in the output stream.
+    qint64 enqueuedTotal() const { return m_enqueuedTotal; }
 
 private slots:
     void onTick();
@@ -48,6 +50,7 @@ private:
     Sink m_sink;
     QQueue<Chunk> m_chunks;
     qint64 m_backlog = 0;
+    qint64 m_enqueuedTotal = 0;
     QTimer m_timer;
     QElapsedTimer m_clock;
     double m_credit = 0;

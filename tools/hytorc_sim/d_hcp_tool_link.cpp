@@ -3,7 +3,6 @@
 #include "d_frame_writer.h"
 #include "d_sim_options.h"
 #include "d_tool_request_handler.h"
-#include "hytorc_hcp_constants.h"
 
 namespace {
 
@@ -71,12 +70,11 @@ void DHcpToolLink::feed(const QByteArray& bytes)
     HytorcHcpFrame::extractFrames(m_received, [this](const QByteArray& frame) { onFrame(frame); });
 }
 
-void DHcpToolLink::sendEvent(const QString& line)
+int DHcpToolLink::sendEvent(const QByteArray& payload)
 {
     if (m_halted)
-        return;
-    const QByteArray payload = c_eventLogPrefix + c_lineEnd + line.toUtf8() + c_lineEnd;
-    sendData(HytorcHcpFrame::encodeFrame(HytorcHcpFrame::c_linkFlag | HytorcHcpFrame::c_toolInitiatedFlag,
+        return 0;
+    return sendData(HytorcHcpFrame::encodeFrame(HytorcHcpFrame::c_linkFlag | HytorcHcpFrame::c_toolInitiatedFlag,
                                          HytorcHcpFrame::c_dataFlag | HytorcHcpFrame::c_lastFlag, payload),
              "event", false);
 }
@@ -138,6 +136,7 @@ void DHcpToolLink::onRequestFrame(const HytorcHcpFrame::Header& header, const QB
           qPrintable(QString::fromUtf8(m_request.trimmed()).replace(QLatin1String("\r\n"), QLatin1String("\\r\\n"))),
           int(reply.size()), int(m_replyPayloads.size()), qPrintable(reply.constLast()));
     m_request.clear();
+    emit sigRequestAcknowledged();
     m_replyTimer.start();
 }
 
@@ -171,7 +170,7 @@ void DHcpToolLink::sendControl(const QByteArray& frame, const char* what)
     m_writer->writeFrame(frame);
 }
 
-void DHcpToolLink::sendData(const QByteArray& frame, const char* what, bool releasesReply)
+int DHcpToolLink::sendData(const QByteArray& frame, const char* what, bool releasesReply)
 {
     trace("tx", what, frame);
     const int copies = m_writer->writeFrame(frame);
@@ -180,6 +179,7 @@ void DHcpToolLink::sendData(const QByteArray& frame, const char* what, bool rele
         m_awaitedAcks.enqueue(false);
     while (m_awaitedAcks.size() > c_maxAwaitedAcks)
         m_awaitedAcks.dequeue();
+    return copies;
 }
 
 void DHcpToolLink::trace(const char* direction, const char* what, const QByteArray& frame) const

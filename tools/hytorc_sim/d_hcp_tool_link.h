@@ -26,11 +26,14 @@ public:
     // A fresh port: forget every byte, pending reply and counter of the previous one.
     void reset();
     void feed(const QByteArray& bytes);
-    void sendEvent(const QString& line);
+    // Sends a tool-initiated event payload; returns how many copies went out.
+    int sendEvent(const QByteArray& payload);
 
 signals:
     // The frame count of --drop-after is reached; nothing more is read until reset().
     void sigDropRequested();
+    // A request has been acknowledged and its reply is not sent yet.
+    void sigRequestAcknowledged();
 
 private slots:
     void onReplyDue();
@@ -45,7 +48,7 @@ private:
     void sendControl(const QByteArray& frame, const char* what);
     // Writes a data frame; when `releasesReply`, the host's acknowledgement of it lets
     // the next reply frame go.
-    void sendData(const QByteArray& frame, const char* what, bool releasesReply);
+    int sendData(const QByteArray& frame, const char* what, bool releasesReply);
     void trace(const char* direction, const char* what, const QByteArray& frame) const;
 
     DFrameWriter* m_writer;

@@ -1,5 +1,7 @@
 #include "d_sim_options.h"
 
+#include "d_report_shaper.h"
+
 #include <QCommandLineParser>
 
 #include <climits>
@@ -47,6 +49,8 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
         {QCommandLineOption("event-period", "Send a tightening event every ms milliseconds (default 0 = only on demand).",
                      "ms"),
          &eventPeriodMs, 0, INT_MAX},
+        {QCommandLineOption("event-burst", "Send n reports back to back for each event (default 1).", "n"), &eventBurst, 1,
+         1000},
         {QCommandLineOption("ignore-headers", "Fault: ignore the first n link headers.", "n"), &ignoreHeaders, 0, INT_MAX},
         {QCommandLineOption("noise", "Fault: write 1-4 noise bytes ('A', 'B', 'C'...) before pct % of the frames.", "pct"),
          &noisePercent, 0, 100},
@@ -74,10 +78,17 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
          &junkBeforeReply},
         {QCommandLineOption("noise-nul", "Fault: put a stray 0x00 into the noise bytes of --noise."), &noiseWithNul},
         {QCommandLineOption("silent", "Fault: never answer anything (events are still sent)."), &silent},
+        {QCommandLineOption("event-in-transaction",
+                            "Send an event between each request's acknowledgement and its reply."),
+         &eventInTransaction},
     };
     const QCommandLineOption stateOption("state", "Tool state (JSON) to start from instead of the defaults.", "file");
     const QCommandLineOption linkOption("link", "Make a symlink at path pointing to the port (replaces a symlink).",
                                         "path");
+    const QCommandLineOption recordOption(
+        "record", "On exit, write the tool's state and every report sent (JSON) to file.", "file");
+    const QCommandLineOption shapeOption(
+        "event-shape", "Layout of the reports: split (default), inline, inline-15, data-15, short or mixed.", "shape");
     const QCommandLineOption framingOption("framing-word", "First line of every reply: RESPONSE (default) or HCD.",
                                            "word");
 
@@ -85,11 +96,12 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
     parser.setApplicationDescription(
         "Plays a cordless HYTORC tool on a pseudo-terminal. Prints the port path as the first line of standard "
         "output, and the path of every port reopened after a drop on a line of its own. Standard input takes the "
-        "lines \"event\" (send a tightening event), \"drop\" (drop the link now) and \"quit\"; SIGINT and "
+        "lines \"event\" (send a tightening event), \"quiet\" (no more periodic events), \"drop\" (drop the link "
+        "now) and \"quit\"; SIGINT and "
         "SIGTERM stop it too, the end of standard input does not.");
     parser.addHelpOption();
     parser.addVersionOption();
-    parser.addOptions({stateOption, linkOption, framingOption});
+    parser.addOptions({stateOption, linkOption, recordOption, shapeOption, framingOption});
     for (const IntOption& entry : intOptions)
         parser.addOption(entry.option);
     for (const FlagOption& entry : flagOptions)
@@ -98,6 +110,13 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
 
     statePath = parser.value(stateOption);
     linkPath = parser.value(linkOption);
+    recordPath = parser.value(recordOption);
+    if (parser.isSet(shapeOption))
+        eventShape = parser.value(shapeOption);
+    if (!DReportShaper::isShape(eventShape)) {
+        *error = QStringLiteral("--event-shape is one of %1").arg(DReportShaper::shapeNames().join(QStringLiteral(", ")));
+        return false;
+    }
     if (parser.isSet(framingOption))
         framingWord = parser.value(framingOption);
     if (framingWord != QLatin1String("RESPONSE") && framingWord != QLatin1String("HCD")) {

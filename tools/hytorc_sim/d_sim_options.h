@@ -16,6 +16,10 @@ public:
     int seed = 1;
     int eventPeriodMs = 0;  // 0: events only on demand
     bool verbose = false;
+    QString recordPath;              // where the state and the reports sent go on exit
+    QString eventShape = QStringLiteral("split");
+    int eventBurst = 1;              // reports per event
+    bool eventInTransaction = false;  // an event between each request's ACK and its reply
 
     int ignoreHeaders = 0;
     bool junkBeforeReply = false;

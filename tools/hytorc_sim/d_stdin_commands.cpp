@@ -29,11 +29,11 @@ void DStdinCommands::onReadable()
 
 void DStdinCommands::takeLine(const QByteArray& line)
 {
-    static const QHash<QByteArray, EnCommand> commands{{"event", CeEvent}, {"drop", CeDrop}, {"quit", CeQuit}};
+    static const QHash<QByteArray, EnCommand> commands{{"event", CeEvent}, {"quiet", CeQuiet}, {"drop", CeDrop}, {"quit", CeQuit}};
     if (line.isEmpty())
         return;
     if (!commands.contains(line)) {
-        qWarning("unknown input \"%s\" (event, drop, quit)", line.constData());
+        qWarning("unknown input \"%s\" (event, quiet, drop, quit)", line.constData());
         return;
     }
     emit sigCommand(commands.value(line));

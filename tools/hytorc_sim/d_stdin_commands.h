@@ -6,14 +6,14 @@
 
 class QSocketNotifier;
 
-// Reads the operator's lines on standard input: "event", "drop", "quit". The end of
+// Reads the operator's lines on standard input: "event", "quiet", "drop", "quit". The end of
 // the input only stops the reading; it never stops the simulator.
 class DStdinCommands : public QObject
 {
     Q_OBJECT
 
 public:
-    enum EnCommand { CeEvent, CeDrop, CeQuit };
+    enum EnCommand { CeEvent, CeQuiet, CeDrop, CeQuit };
     Q_ENUM(EnCommand)
 
     explicit DStdinCommands(QObject* parent = nullptr);

@@ -1,10 +1,14 @@
 #include "d_tool_simulator.h"
 
 #include "d_sim_options.h"
+#include "d_tool_state.h"
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
 
 #include <cerrno>
 #include <cstdio>
@@ -21,20 +25,38 @@ const qint64 c_maxEventBacklog = 4096;
 DToolSimulator::DToolSimulator(const DSimOptions& options, DToolState* state, QObject* parent)
     : QObject(parent),
       m_options(options),
+      m_state(state),
       m_random(quint32(options.seed)),
       m_handler(state, options),
       m_eventMaker(state, &m_random),
+      m_shaper(options.eventShape),
       m_pacer(options.baud, [this](const QByteArray& bytes) { return m_port ? m_port->write(bytes) : -1; }),
       m_writer(&m_pacer, &m_random, options),
       m_link(&m_writer, &m_handler, options)
 {
     connect(&m_link, &DHcpToolLink::sigDropRequested, this, &DToolSimulator::onDropRequested, Qt::QueuedConnection);
     connect(&m_eventTimer, &QTimer::timeout, this, &DToolSimulator::onEventPeriod);
+    if (options.eventInTransaction)
+        connect(&m_link, &DHcpToolLink::sigRequestAcknowledged, this, &DToolSimulator::sendEvent);
 }
 
 DToolSimulator::~DToolSimulator()
 {
     removeLink();
+}
+
+bool DToolSimulator::writeRecord(QString* error)
+{
+    if (m_options.recordPath.isEmpty())
+        return true;
+    settleReports();
+    const QJsonObject record{{"state", m_state->toJson()}, {"reports", m_reports.toJson()}};
+    QSaveFile file(m_options.recordPath);
+    if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(record).toJson()) < 0 || !file.commit()) {
+        *error = QStringLiteral("cannot write %1: %2").arg(m_options.recordPath, file.errorString());
+        return false;
+    }
+    return true;
 }
 
 bool DToolSimulator::start(QString* error)
@@ -52,6 +74,9 @@ void DToolSimulator::onCommand(DStdinCommands::EnCommand command)
     case DStdinCommands::CeEvent:
         sendEvent();
         break;
+    case DStdinCommands::CeQuiet:
+        m_eventTimer.stop();
+        break;
     case DStdinCommands::CeDrop:
         onDropRequested();
         break;
@@ -66,6 +91,7 @@ void DToolSimulator::onDropRequested()
     if (!m_port)
         return;
     removeLink();
+    settleReports();
     m_pacer.clear();
     m_port.reset();
     if (m_options.reopenAfterMs < 0) {
@@ -140,7 +166,22 @@ void DToolSimulator::sendEvent()
         qInfo("no link: event not sent");
         return;
     }
-    const QString line = m_eventMaker.nextEventLine();
-    m_link.sendEvent(line);
-    qInfo("event %s", qPrintable(line));
+    for (int i = 0; i < m_options.eventBurst; ++i)
+        sendReport();
+}
+
+void DToolSimulator::sendReport()
+{
+    const DReportShaper::Report report = m_shaper.shape(m_eventMaker.nextEventLine());
+    const int copies = m_link.sendEvent(report.payload);
+    if (copies > 0)
+        m_reports.add(report, copies, m_pacer.enqueuedTotal());
+    if (m_options.verbose)
+        qInfo("event (%s) %s", qPrintable(report.shape), qPrintable(report.line));
+}
+
+// What the pacer still holds has not reached the port.
+void DToolSimulator::settleReports()
+{
+    m_reports.settle(m_pacer.enqueuedTotal() - m_pacer.backlog());
 }

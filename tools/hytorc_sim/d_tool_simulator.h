@@ -11,6 +11,8 @@
 #include "d_frame_writer.h"
 #include "d_hcp_tool_link.h"
 #include "d_pseudo_terminal.h"
+#include "d_report_log.h"
+#include "d_report_shaper.h"
 #include "d_stdin_commands.h"
 #include "d_tool_event_maker.h"
 #include "d_tool_request_handler.h"
@@ -29,6 +31,8 @@ public:
     ~DToolSimulator() override;
 
     bool start(QString* error);
+    // Writes the tool's state and the reports sent to --record's file, if any.
+    bool writeRecord(QString* error);
 
 public slots:
     void onCommand(DStdinCommands::EnCommand command);
@@ -43,11 +47,16 @@ private:
     bool pointLink(QString* error);
     void removeLink();
     void sendEvent();
+    void sendReport();
+    void settleReports();
 
     const DSimOptions& m_options;
+    DToolState* m_state;
     QRandomGenerator m_random;
     DToolRequestHandler m_handler;
     DToolEventMaker m_eventMaker;
+    DReportShaper m_shaper;
+    DReportLog m_reports;
     DBytePacer m_pacer;
     DFrameWriter m_writer;
     DHcpToolLink m_link;

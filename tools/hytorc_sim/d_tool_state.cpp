@@ -37,7 +37,9 @@ bool readInt(const QJsonObject& object, const QString& key, int minimum, int max
 
 DToolState::DToolState()
     : m_toolInfo{"LION-2", "HYT24A0137", "2.4.1", "1.9.0", "1.2.3", "4.04", "1873", "2025-09-14", "PCB-C3"},
-      m_profiles{"P1,TQ,FTLB,120", "P2,TQA,NM,250.5,30,1,RH", "P3,TQ,NM,800,0,0,LH", "P4,TQA,FTLB,1500,45,2,RH"},
+      // A draft line of two fields, which the host skips, and one with a field past the seventh.
+      m_profiles{"P1,TQ,FTLB,120", "P2,TQA,NM,250.5,30,1,RH", "P3,TQ,NM,800,0,0,LH", "P4,TQA,FTLB,1500,45,2,RH",
+                 "DRAFT,TQ", "P5,TQA,NM,420,60,1,RH,8"},
       m_activeProfile("P1"),
       m_accessLevel("L4")
 {
@@ -66,6 +68,20 @@ bool DToolState::loadJson(const QString& path, QString* error)
     return loadToolInfo(object, error) && loadProfiles(object, error) && loadSettings(object, error);
 }
 
+QJsonObject DToolState::toJson() const
+{
+    QJsonObject info;
+    for (int i = 0; i < c_toolInfoKeys.size(); ++i)
+        info.insert(c_toolInfoKeys.at(i), m_toolInfo.at(i));
+    return {{"toolInfo", info},
+            {"profiles", QJsonArray::fromStringList(m_profiles)},
+            {"activeProfile", m_activeProfile},
+            {"locked", m_locked},
+            {"accessLevel", m_accessLevel},
+            {"pingInterval", m_pingIntervalMs},
+            {"battery", m_batteryPercent}};
+}
+
 bool DToolState::loadToolInfo(const QJsonObject& object, QString* error)
 {
     const QJsonObject info = object.value("toolInfo").toObject();
@@ -90,9 +106,9 @@ bool DToolState::loadProfiles(const QJsonObject& object, QString* error)
     for (const QJsonValue& value : object.value("profiles").toArray()) {
         const QString profile = value.toString();
         const QString name = profileName(profile);
-        if (profile.split(QLatin1Char(',')).size() < 4 || name.isEmpty() || names.contains(name)) {
+        if (name.isEmpty() || names.contains(name)) {
             *error = QStringLiteral("each of \"profiles\" is a text name,type,unit,torque[,angle[,release[,fastener]]]"
-                                    " with a name of its own, not \"%1\"")
+                                    " (a shorter line is a draft the host skips) with a name of its own, not \"%1\"")
                          .arg(profile);
             return false;
         }

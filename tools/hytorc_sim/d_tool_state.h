@@ -14,6 +14,8 @@ public:
 
     // Overrides the defaults with the keys present in a JSON object file.
     bool loadJson(const QString& path, QString* error);
+    // Every key that loadJson takes, with the values of now.
+    QJsonObject toJson() const;
 
     // The nine identification values, in the order the tool sends them.
     QStringList toolInfoValues() const { return m_toolInfo; }

@@ -36,5 +36,10 @@ int main(int argc, char* argv[])
     QObject::connect(&commands, &DStdinCommands::sigCommand, &simulator, &DToolSimulator::onCommand);
     DSignalWatcher signalWatcher;
     QObject::connect(&signalWatcher, &DSignalWatcher::sigTerminate, &app, &QCoreApplication::quit);
-    return app.exec();
+    const int status = app.exec();
+    if (!simulator.writeRecord(&error)) {
+        qCritical("%s", qPrintable(error));
+        return 1;
+    }
+    return status;
 }
