@@ -157,7 +157,7 @@ void DAbstractPluginBackend::onInstructionEnded(quint64 id, const QString& instr
         return;
     }
     if (!outcome.results.value(c_success, true).toBool())
-        emit sigInstructionFailed(instruction, QStringLiteral("it ended without success"));
+        emit sigInstructionFailed(instruction, QStringLiteral("it ended without success: check that the device is on, in range and connected"));
     if (!onReply.empty())
         onReply(id, outcome.results);
 }
