@@ -113,13 +113,20 @@ void TestE2ePanel::loadsAndShowsToolInfo()
     QResource panelResource(":/{4b2d6999-ab8e-4a72-bfb0-c962b68e7bda}/maintenance_panel.qml");
     QVERIFY(panelResource.compressionAlgorithm() != QResource::NoCompression);
 
+    // Both at once: the host runs them one after the other on the one link.
+    QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
     QMetaObject::invokeMethod(item("idButtonGetToolInfo"), "clicked");
+    QMetaObject::invokeMethod(item("idButtonLock"), "clicked");
     QVERIFY(m_panel->property("toolInfoLoading").toBool());
     QObject* rows = item("toolInfoListModel");
     QTRY_COMPARE_WITH_TIMEOUT(rows->property("count").toInt(), 9, 60000);
     QVERIFY(!m_panel->property("toolInfoLoading").toBool());
+    QVERIFY(released.count() == 1 || released.wait(60000));
+    QCOMPARE(released.first().at(2), QVariant(true));
 
-    const QJsonObject toolInfo = stopTool().value("toolInfo").toObject();
+    const QJsonObject state = stopTool();
+    QCOMPARE(state.value("locked"), QJsonValue(true));
+    const QJsonObject toolInfo = state.value("toolInfo").toObject();
     for (int i = 0; i < 9; ++i) {
         QJSValue row;
         QMetaObject::invokeMethod(rows, "get", Q_RETURN_ARG(QJSValue, row), Q_ARG(int, i));

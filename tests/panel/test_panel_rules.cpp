@@ -104,7 +104,6 @@ void TestPanelRules::actionsQueueTheirTreatment_data()
     QTest::addColumn<int>("kind");
     QTest::newRow("program 3") << "setProgram 3" << "setProgram" << QVariantMap{{"progId", 3u}} << 200;
     QTest::newRow("program abc") << "setProgram abc" << QString() << QVariantMap() << 0;
-    QTest::newRow("program 2.5") << "setProgram 2.5" << QString() << QVariantMap() << 0;
     QTest::newRow("lock") << "setLock 1" << "setLock" << QVariantMap{{"lock", 1}} << 100;
     QTest::newRow("direction") << "setDirection 0" << "setDirection" << QVariantMap{{"direction", 0}} << 300;
 }

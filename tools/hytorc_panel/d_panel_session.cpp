@@ -83,7 +83,21 @@ bool DPanelSession::openLink(QString* error)
         return false;
     m_backendHost->addInstance(m_station->device());
     m_backendHost->setConnected(m_station->device(), true);
+    readProgramList();
     return true;
+}
+
+// As the workstation does on connecting: the panel's programs are those of this list.
+void DPanelSession::readProgramList()
+{
+    m_backendHost->runCommand(this, m_station->device()->objectUuid().toString(), QStringLiteral("listProgram"), {},
+                              0, [](const IPluginBackendHost::Outcome& outcome) {
+                                  if (outcome.error != IMessenger::CeNoError
+                                      || !outcome.results.value(QStringLiteral("cmd_success")).toBool())
+                                      complain(QStringLiteral("the tool's program list could not be read: %1")
+                                                   .arg(outcome.reason.isEmpty() ? QStringLiteral("no answer")
+                                                                                 : outcome.reason));
+                              });
 }
 
 bool DPanelSession::buildPanel(QString* error)

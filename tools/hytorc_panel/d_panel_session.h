@@ -44,6 +44,7 @@ signals:
 
 private:
     bool openLink(QString* error);
+    void readProgramList();
     bool buildPanel(QString* error);
     void showWindow();
     void pressToolInfo();

@@ -45,30 +45,40 @@ bool DBackendHost::attachBackend(DAbstractPluginBackend* backend, QString* refus
 void DBackendHost::runCommand(QObject* context, const QString& objectId, const QString& name,
                               const QVariantMap& data, int timeout, EndHandler onEnd)
 {
-    quint64 runId = 0;
-    const Outcome refused = start(objectId, name, data, &runId);
-    if (runId == 0) {
-        QTimer::singleShot(0, context, [onEnd, refused] { onEnd(refused); });
-        return;
-    }
-    DPendingRun& run = m_runs[runId];
-    run = {name, context, std::move(onEnd), 0, timeout > 0 ? timeout : c_defaultTimeoutMs, false};
-    run.timerId = startTimer(run.timeout);
-    m_timers.insert(run.timerId, runId);
+    m_queue.enqueue({context, objectId, name, data, timeout > 0 ? timeout : c_defaultTimeoutMs, std::move(onEnd)});
+    if (m_queue.size() == 1)
+        startNext();
 }
 
-DBackendHost::Outcome DBackendHost::start(const QString& objectId, const QString& name, const QVariantMap& data,
-                                          quint64* runId)
+// A command that cannot start is answered on a later turn, and the next one starts.
+void DBackendHost::startNext()
 {
-    DAbstractPlugin* plugin = instance(objectId);
+    while (!m_queue.isEmpty()) {
+        DPendingRun& next = m_queue.head();
+        if (next.runId != 0)
+            return;
+        const Outcome refused = start(&next);
+        if (next.runId != 0) {
+            next.timerId = startTimer(next.timeout);
+            return;
+        }
+        const DPendingRun dropped = m_queue.dequeue();
+        if (dropped.context)
+            QTimer::singleShot(0, dropped.context, [onEnd = dropped.onEnd, refused] { onEnd(refused); });
+    }
+}
+
+DBackendHost::Outcome DBackendHost::start(DPendingRun* run)
+{
+    DAbstractPlugin* plugin = instance(run->objectId);
     if (!plugin || !m_runner)
         return {IMessenger::CeTargetMissing,
-                QStringLiteral("no plug-in instance has the object id \"%1\"").arg(objectId), {}};
-    if (!plugin->declaredCommand(name))
+                QStringLiteral("no plug-in instance has the object id \"%1\"").arg(run->objectId), {}};
+    if (!plugin->declaredCommand(run->name))
         return {IMessenger::CeUnknownInstruction,
-                QStringLiteral("\"%1\" has no command \"%2\"").arg(plugin->pluginName(), name), {}};
+                QStringLiteral("\"%1\" has no command \"%2\"").arg(plugin->pluginName(), run->name), {}};
     QString error;
-    *runId = m_runner->start(plugin, name, data, &error);
+    run->runId = m_runner->start(plugin, run->name, run->data, &error);
     return {IMessenger::CeInstructionRefused, error, {}};
 }
 
@@ -85,32 +95,25 @@ DAbstractPlugin* DBackendHost::instance(const QString& objectId) const
 // Stopped the host's way; its end, with whatever results it has, comes through the runner.
 void DBackendHost::timerEvent(QTimerEvent* event)
 {
-    const quint64 runId = m_timers.take(event->timerId());
     killTimer(event->timerId());
-    const auto it = m_runs.find(runId);
-    if (it == m_runs.end())
+    if (m_queue.isEmpty() || m_queue.head().timerId != event->timerId())
         return;
-    it->timerId = 0;
-    it->timedOut = true;
-    m_runner->finish(runId);
+    m_queue.head().timerId = 0;
+    m_queue.head().timedOut = true;
+    m_runner->finish(m_queue.head().runId);
 }
 
 void DBackendHost::onFinished(quint64 runId, const QVariantMap& results)
 {
-    const auto it = m_runs.constFind(runId);
-    if (it == m_runs.cend())
+    if (m_queue.isEmpty() || m_queue.head().runId != runId)
         return;
-    const DPendingRun run = *it;
-    m_runs.erase(it);
-    if (run.timerId != 0) {
+    const DPendingRun run = m_queue.dequeue();
+    if (run.timerId != 0)
         killTimer(run.timerId);
-        m_timers.remove(run.timerId);
-    }
-    if (!run.context)
-        return;
-    if (run.timedOut)
+    if (run.context && run.timedOut)
         run.onEnd({IMessenger::CeTimeout,
                    QStringLiteral("\"%1\" did not finish within %2 ms").arg(run.name).arg(run.timeout), results});
-    else
+    else if (run.context)
         run.onEnd({IMessenger::CeNoError, QString(), results});
+    startNext();
 }

@@ -3,9 +3,9 @@
 
 #include "i_plugin_backend_host.h"
 
-#include <QHash>
 #include <QObject>
 #include <QPointer>
+#include <QQueue>
 #include <QSet>
 
 class DAbstractPlugin;
@@ -14,6 +14,7 @@ class DCommandRunner;
 
 // The host's side of the maintenance panels: links each panel's backend to the plug-in
 // instance it names and runs that instance's commands for it through the runner.
+// Commands run one at a time, in the order asked, since they share the device's link.
 // Outcomes: a command that is not declared ends with CeUnknownInstruction, one that
 // refuses to execute with CeInstructionRefused, one that has not finished within its
 // time limit is stopped the host's way and ends with CeTimeout.
@@ -40,24 +41,27 @@ protected:
 
 private:
     struct DPendingRun {
-        QString name;
         QPointer<QObject> context;
-        EndHandler onEnd;
-        int timerId = 0;
+        QString objectId;
+        QString name;
+        QVariantMap data;
         int timeout = 0;
+        EndHandler onEnd;
+        quint64 runId = 0;  // set once running
+        int timerId = 0;
         bool timedOut = false;
     };
 
     DAbstractPlugin* instance(const QString& objectId) const;
-    Outcome start(const QString& objectId, const QString& name, const QVariantMap& data, quint64* runId);
+    void startNext();
+    Outcome start(DPendingRun* run);
     void onFinished(quint64 runId, const QVariantMap& results);
 
     QPointer<DCommandRunner> m_runner;
     QList<QPointer<DAbstractPlugin>> m_instances;
     QSet<const DAbstractPlugin*> m_connected;
     QList<QPointer<DAbstractPluginBackend>> m_backends;
-    QHash<quint64, DPendingRun> m_runs;      // by run id
-    QHash<int, quint64> m_timers;            // timer id -> run id
+    QQueue<DPendingRun> m_queue;  // the head runs when its runId is set
 };
 
 #endif // D_BACKEND_HOST_H
