@@ -7,6 +7,7 @@
 #include "d_simulated_tool.h"
 #include "d_test_workstation.h"
 
+#include <QImage>
 #include <QJSValue>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -25,6 +26,7 @@ private slots:
     void loadsAndShowsToolInfo();
     void actionsReachTheTool_data();
     void actionsReachTheTool();
+    void viewerTakesAScreenshotAfterToolInfo();
 
 private:
     void startPanel(const QByteArray& state);
@@ -186,6 +188,19 @@ void TestE2ePanel::actionsReachTheTool()
     }
     QCOMPARE(stopTool().value(key).toVariant(), expected);
     QCOMPARE(m_warnings, QStringList());
+}
+
+void TestE2ePanel::viewerTakesAScreenshotAfterToolInfo()
+{
+    QProcess viewer;
+    viewer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    const QString png = m_dir.filePath("panel.png");
+    viewer.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc-panel", {"--tool-info", "--screenshot", png});
+    QVERIFY(viewer.waitForFinished(90000));
+    QCOMPARE(viewer.exitCode(), 0);
+    // Taller than the bare panel: the nine rows of tool information are in.
+    const QImage image(png);
+    QVERIFY2(image.width() >= 480 && image.height() > 400, qPrintable(QString::number(image.height())));
 }
 
 QTEST_MAIN(TestE2ePanel)

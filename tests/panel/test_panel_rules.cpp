@@ -78,7 +78,6 @@ void TestPanelRules::channelValue_data()
     QTest::newRow("one element") << "currentPreset" << QVariant(QVariantList{"P2"}) << QVariant("P2") << true;
     QTest::newRow("three elements") << "direction" << QVariant(QVariantList{1, 2, 3}) << QVariant() << true;
     QTest::newRow("true") << "motorRun" << QVariant(true) << QVariant("Fastening") << true;
-    QTest::newRow("false") << "motorRun" << QVariant(false) << QVariant("Fastening") << true;
     QTest::newRow("map") << "motorRun" << QVariant(QVariantMap{{"a", 1}}) << QVariant() << false;
 }
 
