@@ -115,7 +115,7 @@ void TestE2ePanel::loadsAndShowsToolInfo()
     QResource panelResource(":/{4b2d6999-ab8e-4a72-bfb0-c962b68e7bda}/maintenance_panel.qml");
     QVERIFY(panelResource.compressionAlgorithm() != QResource::NoCompression);
 
-    // Both at once: the host runs them one after the other on the one link.
+    // Both at once: neither is lost.
     QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
     QMetaObject::invokeMethod(item("idButtonGetToolInfo"), "clicked");
     QMetaObject::invokeMethod(item("idButtonLock"), "clicked");
