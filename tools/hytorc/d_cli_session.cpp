@@ -8,24 +8,19 @@
 #include "d_instruction_router.h"
 #include "d_link_supervisor.h"
 #include "d_message_handler.h"
-#include "d_plugin_host.h"
 #include "d_signal_watcher.h"
 #include "d_simulator_process.h"
+#include "d_workstation.h"
 
 #include <QEventLoop>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSet>
 #include <QTimer>
-#include <QUuid>
 
 #include <algorithm>
 
 namespace {
-
-const QString c_devicePluginName = QStringLiteral("Plugin Device Hytorc");
-const QString c_driverPluginName = QStringLiteral("Plugin Driver Serial");
-const QString c_driverTarget = QStringLiteral("driver");
 
 void complain(const QString& message)
 {
@@ -48,19 +43,14 @@ DCliSession::DCliSession(const DCommandLine& commandLine, QObject* parent)
     : QObject(parent)
     , m_commandLine(commandLine)
     , m_out(stdout)
-    , m_router(new DInstructionRouter(this))
-    , m_host(new DPluginHost(m_router, this))
-    , m_runner(new DCommandRunner(this))
+    , m_station(new DWorkstation(this))
+    , m_runner(m_station->runner())
     , m_signals(new DSignalWatcher(this))
 {
     connect(m_signals, &DSignalWatcher::sigTerminate, this, &DCliSession::onTerminate);
 }
 
-// Commands still running are ended before the plug-ins go.
-DCliSession::~DCliSession()
-{
-    delete m_runner;
-}
+DCliSession::~DCliSession() = default;
 
 int DCliSession::run()
 {
@@ -124,27 +114,11 @@ int DCliSession::run()
 
 bool DCliSession::setUp(QString* error)
 {
-    // Only the two plug-ins we need must load; anything else in the folder is skipped.
-    QString skipped;
-    m_host->loadPlugins(m_commandLine.pluginDirectory, &skipped);
-    IPlugin* deviceRoot = m_host->rootPlugin(c_devicePluginName);
-    IPlugin* driverRoot = m_host->rootPlugin(c_driverPluginName);
-    if (!deviceRoot || !driverRoot) {
-        *error = QStringLiteral("\"%1\" not found in %2").arg(deviceRoot ? c_driverPluginName : c_devicePluginName,
-                                                              m_commandLine.pluginDirectory);
-        if (!skipped.isEmpty())
-            *error += QStringLiteral(" (%1)").arg(skipped);
+    if (!m_station->setUp(m_commandLine.pluginDirectory, error))
         return false;
-    }
-    if (!skipped.isEmpty())
-        qWarning().noquote() << QStringLiteral("skipped in the plug-in folder: %1").arg(skipped);
-    m_device = m_host->createInstance(deviceRoot, QUuid::createUuid());
-    m_driver = m_host->createInstance(driverRoot, QUuid::createUuid());
-    if (!m_device || !m_driver || !m_host->playTarget(c_driverTarget, m_driver)) {
-        *error = QStringLiteral("the plug-ins could not be instantiated");
-        return false;
-    }
-    m_link = new DLinkSupervisor(m_router, m_driver, this);
+    m_device = m_station->device();
+    m_driver = m_station->driver();
+    m_link = new DLinkSupervisor(m_station->router(), m_driver, this);
     return true;
 }
 

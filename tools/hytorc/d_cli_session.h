@@ -12,10 +12,9 @@
 
 class DAbstractPlugin;
 class DCommandRunner;
-class DInstructionRouter;
 class DLinkSupervisor;
-class DPluginHost;
 class DSignalWatcher;
+class DWorkstation;
 
 // One run of the command-line host: load the plug-ins, open the tool's link,
 // run the orders in sequence and print their results.
@@ -44,8 +43,7 @@ private:
     DExternalPrograms m_programs;
     QTextStream m_out;
     DResultRecorder m_results;
-    DInstructionRouter* m_router = nullptr;
-    DPluginHost* m_host = nullptr;
+    DWorkstation* m_station = nullptr;
     DCommandRunner* m_runner = nullptr;
     DAbstractPlugin* m_device = nullptr;
     DAbstractPlugin* m_driver = nullptr;

@@ -1,5 +1,6 @@
 #include "p_device_hytorc.h"
 
+#include "be_maintenance_plugin.h"
 #include "d_cmd_check_serial_id.h"
 #include "d_cmd_connect_to_device.h"
 #include "d_cmd_get_preset_data.h"
@@ -12,14 +13,17 @@
 #include "d_cmd_set_ping_interval.h"
 #include "d_cmd_set_program.h"
 #include "d_cmd_start_detection.h"
+#include "d_hytorc_channel.h"
 #include "utilities.h"
 
+#include <QQmlEngine>
 #include <QtDebug>
 
 namespace {
 
 const char* const c_pluginUuid = "{4b2d6999-ab8e-4a72-bfb0-c962b68e7bda}";
 const char* const c_pluginName = "Plugin Device Hytorc";
+const char* const c_qmlModule = "PlgLibDeviceHytorc";
 // "Devi" packed into 32 bits: the host sorts the plug-in with its device plug-ins.
 constexpr quint64 c_pluginType = 1147500137;
 
@@ -47,8 +51,11 @@ PDeviceHytorc::PDeviceHytorc(const QUuid& objectUuid, QObject* parent)
                       versionFromString(QStringLiteral("1.0"), nullptr, QLatin1Char('.')), objectUuid, parent,
                       false)
 {
+    // Registering again in later instances is harmless.
+    qmlRegisterType<BeMaintenanceDeviceHytorc>(c_qmlModule, 1, 0, "BeMaintenanceDeviceHytorc");
     setProperty(QStringLiteral("typeName"), QVariant(QString("")), false);
     traceLifecycle();
+    qmlRegisterType<DHytorcChannel>(c_qmlModule, 1, 0, "DHytorcChannel");
 }
 
 PDeviceHytorc::~PDeviceHytorc()

@@ -1,0 +1,207 @@
+// The maintenance panel as the workstation builds it: the plug-in's resource in a real
+// QML engine (offscreen), its backend on the real runtime, serial driver and tool simulator.
+#include "d_abstract_plugin.h"
+#include "d_abstract_plugin_backend.h"
+#include "d_backend_host.h"
+#include "d_maintenance_panel_loader.h"
+#include "d_simulated_tool.h"
+#include "d_test_workstation.h"
+
+#include <QImage>
+#include <QJSValue>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QResource>
+#include <QtTest>
+
+class TestE2ePanel : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void loadsAndShowsToolInfo();
+    void actionsReachTheTool_data();
+    void actionsReachTheTool();
+    void viewerTakesAScreenshotAfterToolInfo();
+
+private:
+    void startPanel(const QByteArray& state);
+    QObject* item(const QString& id) const;
+    QJsonObject stopTool();
+
+    QTemporaryDir m_dir;
+    DSimulatedTool* m_tool = nullptr;
+    DTestWorkstation* m_station = nullptr;
+    DBackendHost* m_backendHost = nullptr;
+    QQmlEngine* m_engine = nullptr;
+    QQuickItem* m_panel = nullptr;
+    DAbstractPluginBackend* m_backend = nullptr;
+    QStringList m_warnings;
+};
+
+void TestE2ePanel::init()
+{
+    m_tool = new DSimulatedTool;
+    m_station = new DTestWorkstation;
+    m_backendHost = new DBackendHost(&m_station->runner);
+    m_engine = new QQmlEngine;
+    m_warnings.clear();
+    connect(m_engine, &QQmlEngine::warnings, this, [this](const QList<QQmlError>& warnings) {
+        for (const QQmlError& warning : warnings)
+            m_warnings << warning.toString();
+    });
+}
+
+// The panel and its engine go before the plug-ins that registered its types.
+void TestE2ePanel::cleanup()
+{
+    delete m_panel;
+    delete m_engine;
+    delete m_backendHost;
+    delete m_station;
+    delete m_tool;
+    m_panel = nullptr;
+}
+
+void TestE2ePanel::startPanel(const QByteArray& state)
+{
+    QFile stateFile(m_dir.filePath("state.json"));
+    QVERIFY(stateFile.open(QIODevice::WriteOnly) && stateFile.write(state) == state.size());
+    stateFile.close();
+    QVERIFY(m_tool->start({"--state", stateFile.fileName(), "--record", m_dir.filePath("record.json")}));
+    QString error;
+    QVERIFY2(m_station->setUp(&error), qPrintable(error));
+    QVERIFY(m_station->openDevice(m_tool->linkPath()));
+    m_backendHost->addInstance(m_station->device);
+    m_backendHost->setConnected(m_station->device, true);
+
+    DAbstractPluginBackend::setEngineHost(m_engine, m_backendHost);
+    m_panel = DMaintenancePanelLoader::createPanel(m_engine, m_station->device, "Tool \"A\"", "ref", &error);
+    QVERIFY2(m_panel, qPrintable(error));
+    m_backend = qobject_cast<DAbstractPluginBackend*>(item("be"));
+    QVERIFY(m_backend);
+    QCOMPARE(m_backend->name(), QString("Tool \"A\""));
+    QVERIFY(m_backend->isConnected());
+    QCOMPARE(m_warnings, QStringList());
+}
+
+QObject* TestE2ePanel::item(const QString& id) const
+{
+    for (QObject* child : m_panel->findChildren<QObject*>()) {
+        if (child->objectName().endsWith('.' + id))
+            return child;
+    }
+    return nullptr;
+}
+
+// The simulator writes its state as it ends.
+QJsonObject TestE2ePanel::stopTool()
+{
+    delete m_tool;
+    m_tool = nullptr;
+    QFile record(m_dir.filePath("record.json"));
+    if (!record.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(record.readAll()).object().value("state").toObject();
+}
+
+void TestE2ePanel::loadsAndShowsToolInfo()
+{
+    startPanel("{}");
+    QResource panelResource(":/{4b2d6999-ab8e-4a72-bfb0-c962b68e7bda}/maintenance_panel.qml");
+    QVERIFY(panelResource.compressionAlgorithm() != QResource::NoCompression);
+
+    // Both at once: neither is lost.
+    QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
+    QMetaObject::invokeMethod(item("idButtonGetToolInfo"), "clicked");
+    QMetaObject::invokeMethod(item("idButtonLock"), "clicked");
+    QVERIFY(m_panel->property("toolInfoLoading").toBool());
+    QObject* rows = item("toolInfoListModel");
+    QTRY_COMPARE_WITH_TIMEOUT(rows->property("count").toInt(), 9, 60000);
+    QVERIFY(!m_panel->property("toolInfoLoading").toBool());
+    QVERIFY(released.count() == 1 || released.wait(60000));
+    QCOMPARE(released.first().at(2), QVariant(true));
+
+    const QJsonObject state = stopTool();
+    QCOMPARE(state.value("locked"), QJsonValue(true));
+    const QJsonObject toolInfo = state.value("toolInfo").toObject();
+    for (int i = 0; i < 9; ++i) {
+        QJSValue row;
+        QMetaObject::invokeMethod(rows, "get", Q_RETURN_ARG(QJSValue, row), Q_ARG(int, i));
+        QCOMPARE(row.property("value").toString(), toolInfo.value(row.property("property").toString()).toString());
+    }
+    QCOMPARE(m_warnings, QStringList());
+}
+
+void TestE2ePanel::actionsReachTheTool_data()
+{
+    QTest::addColumn<QByteArray>("state");
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QString>("press");
+    QTest::addColumn<QString>("treatment");  // empty: nothing may be sent
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QVariant>("expected");
+    QTest::newRow("apply program 2") << QByteArray("{}") << "2" << "idButtonApply" << "setProgram" << true
+                                     << "activeProfile" << QVariant("P2");
+    QTest::newRow("program not an integer") << QByteArray("{}") << "2x" << "idButtonApply" << QString() << false
+                                            << "activeProfile" << QVariant("P1");
+    QTest::newRow("lock") << QByteArray("{}") << "" << "idButtonLock" << "setLock" << true << "locked"
+                          << QVariant(true);
+    QTest::newRow("unlock") << QByteArray(R"({"locked": true})") << "" << "idButtonUnlock" << "setLock" << true
+                            << "locked" << QVariant(false);
+    QTest::newRow("no such command") << QByteArray("{}") << "" << "setDirection" << "setDirection" << false
+                                     << "locked" << QVariant(false);
+}
+
+void TestE2ePanel::actionsReachTheTool()
+{
+    QFETCH(QByteArray, state);
+    QFETCH(QString, program);
+    QFETCH(QString, press);
+    QFETCH(QString, treatment);
+    QFETCH(bool, ok);
+    QFETCH(QString, key);
+    QFETCH(QVariant, expected);
+    startPanel(state);
+    // The tool's programs are known once listed.
+    if (!program.isEmpty())
+        QCOMPARE(m_station->run("listProgram", {}, 60000).results.value("cmd_success"), QVariant(true));
+    item("idTextFieldProgram")->setProperty("text", program);
+
+    QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
+    if (press == "setDirection")
+        QMetaObject::invokeMethod(item("be"), "setDirection", Q_ARG(bool, true));
+    else
+        QMetaObject::invokeMethod(item(press), "clicked");
+    QCOMPARE(m_backend->hasPendingTreatments(), !treatment.isEmpty());
+    if (!treatment.isEmpty()) {
+        QVERIFY(released.wait(60000));
+        QCOMPARE(released.first().at(1).toString(), treatment);
+        QCOMPARE(released.first().at(2).toBool(), ok);
+        const QString status = m_panel->property("statusText").toString();
+        QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: ")), qPrintable(status));
+    }
+    QCOMPARE(stopTool().value(key).toVariant(), expected);
+    QCOMPARE(m_warnings, QStringList());
+}
+
+void TestE2ePanel::viewerTakesAScreenshotAfterToolInfo()
+{
+    QProcess viewer;
+    viewer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    const QString png = m_dir.filePath("panel.png");
+    viewer.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc-panel", {"--tool-info", "--screenshot", png});
+    QVERIFY(viewer.waitForFinished(90000));
+    QCOMPARE(viewer.exitCode(), 0);
+    // Taller than the bare panel: the nine rows of tool information are in.
+    const QImage image(png);
+    QVERIFY2(image.width() >= 480 && image.height() > 400, qPrintable(QString::number(image.height())));
+}
+
+QTEST_MAIN(TestE2ePanel)
+#include "test_e2e_panel.moc"
