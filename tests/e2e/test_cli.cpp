@@ -96,7 +96,14 @@ void TestCli::usageAndLoadingErrors()
     QFETCH(QByteArray, reason);
     const Run run = hytorc(arguments);
     QCOMPARE(run.exitCode, 2);
-    QVERIFY2(run.err.startsWith("hytorc: ") && run.err.contains(reason), run.err.constData());
+    // One line of reason; a debug build's plug-in also traces its instances there.
+    QByteArrayList lines = run.err.trimmed().split('\n');
+#ifndef QT_NO_DEBUG
+    lines.erase(std::remove_if(lines.begin(), lines.end(), [](const QByteArray& l) { return !l.startsWith("hytorc"); }),
+                lines.end());
+#endif
+    QVERIFY2(lines.size() == 1 && lines.first().startsWith("hytorc: ") && lines.first().contains(reason),
+             run.err.constData());
     QVERIFY(run.out.isEmpty());
 }
 
