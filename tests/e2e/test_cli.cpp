@@ -118,6 +118,11 @@ void TestCli::missingToolAndStuckCommand()
     QVERIFY2(badSimulator.err.contains("the tool simulator did not start") && badSimulator.err.contains("bogus"),
              badSimulator.err.constData());
 
+    // A reply that never ends is cut at the engine's bound, not left to grow the host.
+    const Run endless = hytorc({"--sim-arg=--endless-reply", "--sim-arg=--baud=0", "getToolInfo"});
+    QCOMPARE(endless.exitCode, 1);
+    QVERIFY2(endless.err.contains("getToolInfo failed: Raw buffer overflow"), endless.err.constData());
+
     const Run stuck = hytorc({"--timeout", "2", "--sim-arg=--silent", "getToolInfo"});
     QCOMPARE(stuck.exitCode, 1);
     QVERIFY2(stuck.err.contains("getToolInfo did not finish within 2 s; stopped"), stuck.err.constData());

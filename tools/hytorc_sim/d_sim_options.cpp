@@ -74,6 +74,10 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
          &junkBeforeReply},
         {QCommandLineOption("noise-nul", "Fault: put a stray 0x00 into the noise bytes of --noise."), &noiseWithNul},
         {QCommandLineOption("silent", "Fault: never answer anything (events are still sent)."), &silent},
+        {QCommandLineOption("endless-reply",
+                            "Fault: stream the reply's frames over and over, none marked last, each after the "
+                            "host's acknowledgement of the one before."),
+         &endlessReply},
     };
     const QCommandLineOption stateOption("state", "Tool state (JSON) to start from instead of the defaults.", "file");
     const QCommandLineOption linkOption("link", "Make a symlink at path pointing to the port (replaces a symlink).",
