@@ -60,8 +60,11 @@ void TestE2eGetToolInfo::identificationFromTheTool_data()
 {
     QTest::addColumn<QStringList>("faults");
     QTest::newRow("clean link") << QStringList();
+    // No junk burst here: read in one chunk with the reply (a loaded machine does that), its
+    // stray 0x00 bytes start frames that swallow the reply, a case the protocol cannot
+    // recover from. The engine's own tests judge junk chunks.
     QTest::newRow("faulty link") << QStringList{"--ignore-headers", "1", "--split-writes", "100", "--noise", "100",
-                                                "--junk-before-reply", "--reply-frames", "3", "--seed", "7"};
+                                                "--reply-frames", "3", "--seed", "7"};
 }
 
 void TestE2eGetToolInfo::identificationFromTheTool()
