@@ -1,4 +1,6 @@
-// The command-line host as a user runs it: a real process, its output and exit status.
+// The command-line host as a user runs it, a real process over the whole chain (runtime,
+// plug-ins, serial driver, pseudo-terminal, simulator): one test per road, its output and
+// its exit status.
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -39,7 +41,9 @@ private slots:
     void mainJobTracedAndListed();
     void usageAndLoadingErrors_data();
     void usageAndLoadingErrors();
-    void missingToolAndStuckCommand();
+    void failingRoads_data();
+    void failingRoads();
+    void interruptedSequence();
 };
 
 void TestCli::mainJobTracedAndListed()
@@ -55,8 +59,9 @@ void TestCli::mainJobTracedAndListed()
     QVERIFY(run.err.contains("tool>host 00 01 48 00 ff b7 | ACK,last,link seq=0 len=0"));
     QVERIFY(run.err.contains("data,last,cmd seq=1 len=21 \"GET ADMIN TOOL_INFO\\r\\n\""));
 
-    // Two orders in one process: one JSON object per line with --json.
-    const Run twice = hytorc({"--json", "getToolInfo", "getToolInfo"});
+    // Two orders in one process on a faulty link: one JSON object per line with --json.
+    const Run twice = hytorc({"--json", "--sim-arg=--ignore-headers=1", "--sim-arg=--split-writes=100",
+                              "--sim-arg=--noise=100", "--sim-arg=--reply-frames=3", "getToolInfo", "getToolInfo"});
     QCOMPARE(twice.exitCode, 0);
     const QList<QByteArray> lines = twice.out.trimmed().split('\n');
     QCOMPARE(lines.size(), 2);
@@ -97,27 +102,37 @@ void TestCli::usageAndLoadingErrors()
     QVERIFY(run.out.isEmpty());
 }
 
-void TestCli::missingToolAndStuckCommand()
+void TestCli::failingRoads_data()
 {
-    const Run missing = hytorc({"--device", "/nonexistent/rfcomm0", "getToolInfo"});
-    QCOMPARE(missing.exitCode, 1);
-    QVERIFY2(missing.err.contains("cannot open /nonexistent/rfcomm0"), missing.err.constData());
-
-    const Run badSimulator = hytorc({"--sim-arg=--bogus", "getToolInfo"});
-    QCOMPARE(badSimulator.exitCode, 1);
-    QVERIFY2(badSimulator.err.contains("the tool simulator did not start") && badSimulator.err.contains("bogus"),
-             badSimulator.err.constData());
-
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("reason");
+    QTest::newRow("missing device") << QStringList{"--device", "/nonexistent/rfcomm0", "getToolInfo"}
+                                    << QByteArray("cannot open /nonexistent/rfcomm0");
+    QTest::newRow("simulator refusing its arguments") << QStringList{"--sim-arg=--bogus", "getToolInfo"}
+                                                      << QByteArray("the tool simulator did not start");
     // A reply that never ends is cut at the engine's bound, not left to grow the host.
-    const Run endless = hytorc({"--sim-arg=--endless-reply", "--sim-arg=--baud=0", "getToolInfo"});
-    QCOMPARE(endless.exitCode, 1);
-    QVERIFY2(endless.err.contains("getToolInfo failed: Raw buffer overflow"), endless.err.constData());
+    QTest::newRow("reply without end") << QStringList{"--sim-arg=--endless-reply", "--sim-arg=--baud=0", "getToolInfo"}
+                                       << QByteArray("getToolInfo failed: Raw buffer overflow");
+    // The whole retry road on the real timers, about 18 s.
+    QTest::newRow("link dropped mid-reply")
+        << QStringList{"--sim-arg=--drop-after=3", "--sim-arg=--reply-frames=3", "getToolInfo"}
+        << QByteArray("getToolInfo failed: Tool communication timeout");
+    QTest::newRow("stuck command") << QStringList{"--timeout", "2", "--sim-arg=--silent", "getToolInfo"}
+                                   << QByteArray("getToolInfo did not finish within 2 s; stopped");
+}
 
-    const Run stuck = hytorc({"--timeout", "2", "--sim-arg=--silent", "getToolInfo"});
-    QCOMPARE(stuck.exitCode, 1);
-    QVERIFY2(stuck.err.contains("getToolInfo did not finish within 2 s; stopped"), stuck.err.constData());
-    QCOMPARE(QJsonDocument::fromJson(stuck.out).object().value("success").toBool(true), false);
+void TestCli::failingRoads()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, reason);
+    const Run run = hytorc(arguments);
+    QCOMPARE(run.exitCode, 1);
+    QVERIFY2(run.err.contains(reason), run.err.constData());
+    QVERIFY(!QJsonDocument::fromJson(run.out).object().value("success").toBool());
+}
 
+void TestCli::interruptedSequence()
+{
     // SIGTERM (as Ctrl-C) stops the running command the host's way, and the rest of the sequence.
     QProcess interrupted;
     interrupted.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc",
