@@ -161,14 +161,8 @@ void TestHcpComm::replyInFramesAndChunks_data()
     QTest::addColumn<QList<QByteArray>>("chunks");
     QTest::addColumn<QStringList>("lines");
     QTest::addColumn<int>("acked");
-    QByteArray longPayload;
-    QStringList longLines;
-    for (int i = 0; longPayload.size() < 290; ++i) {
-        longPayload += "program " + QByteArray::number(i) + "\r\n";
-        longLines << QStringLiteral("program %1").arg(i);
-    }
     QList<QByteArray> pieces;
-    const QByteArray longFrame = reply(longPayload);
+    const QByteArray longFrame = reply(QByteArray(150, 'a') + "\r\n" + QByteArray(150, 'b'));
     for (int at = 0; at < longFrame.size(); at += 37)
         pieces << longFrame.mid(at, 37);
     QTest::newRow("three frames") << QList<QByteArray>{reply("RESPONSE\r\n1\r\n", false), reply("2\r\n3\r\n", false),
@@ -177,7 +171,7 @@ void TestHcpComm::replyInFramesAndChunks_data()
     QTest::newRow("three frames, one chunk") << QList<QByteArray>{reply("a\r\n", false) + reply("b\r\n", false)
                                                                   + reply("c\r\n")}
                                              << QStringList{"a", "b", "c"} << 3;
-    QTest::newRow("long frame in pieces") << pieces << longLines << 1;
+    QTest::newRow("long frame in pieces") << pieces << QStringList{QString(150, 'a'), QString(150, 'b')} << 1;
     QTest::newRow("NACK ends it") << QList<QByteArray>{reply("gathered\r\n", false), HytorcHcpFrame::buildNackFrame()}
                                   << QStringList{"gathered"} << 2;
 }

@@ -27,10 +27,6 @@ struct Device {
     }
 };
 
-struct Heard {
-    QByteArray bytes;
-};
-
 } // namespace
 
 class TestDriverSerial : public QObject
@@ -46,7 +42,7 @@ private slots:
 private:
     QVariantMap call(const QString& instruction, const QVariantMap& parameters, QString* refusal = nullptr);
     bool openPort(Device& device);
-    quint64 listen(const QString& validator, Heard* heard);
+    quint64 listen(const QString& validator, QByteArray* heard);
 
     QScopedPointer<DInstructionRouter> m_router;
     QScopedPointer<DAbstractPlugin> m_driver;
@@ -87,16 +83,14 @@ bool TestDriverSerial::openPort(Device& device)
     return reply.value("results").toMap().value("doneOk").toBool();
 }
 
-quint64 TestDriverSerial::listen(const QString& validator, Heard* heard)
+quint64 TestDriverSerial::listen(const QString& validator, QByteArray* heard)
 {
     QString refusal;
     return m_router->openInstruction("driver", "listenEventsData",
                                      validator.isEmpty() ? QVariantMap()
                                                          : QVariantMap{{"subscription", true}, {"validator", validator}},
                                      2000,
-                                     [heard](quint64, const QVariantMap& event) {
-                                         heard->bytes += event.value("frame").toByteArray();
-                                     },
+                                     [heard](quint64, const QVariantMap& event) { *heard += event.value("frame").toByteArray(); },
                                      &refusal);
 }
 
@@ -122,7 +116,7 @@ void TestDriverSerial::refusals()
 void TestDriverSerial::keepAliveWaitsForSilenceAndStripsItsAnswer()
 {
     QVERIFY(openPort(*m_device));
-    Heard passive, transaction;
+    QByteArray passive, transaction;
     QVERIFY(listen("listen", &passive) != 0);
     const quint64 prog = listen("prog", &transaction);
     const int silenceMs = 100;
@@ -131,7 +125,7 @@ void TestDriverSerial::keepAliveWaitsForSilenceAndStripsItsAnswer()
              c_done);
     // No heartbeat was asked for: the bytes are the listeners'.
     QVERIFY(m_device->terminal.write(c_response) == 6);
-    QTRY_COMPARE_WITH_TIMEOUT(transaction.bytes, c_response, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(transaction, c_response, 10000);
     // Many silent periods while a transaction is open: no heartbeat may cut in.
     QTest::qWait(8 * silenceMs);
     QCOMPARE(m_device->received, QByteArray());
@@ -140,14 +134,14 @@ void TestDriverSerial::keepAliveWaitsForSilenceAndStripsItsAnswer()
     QTRY_VERIFY_WITH_TIMEOUT(m_device->received.startsWith(c_heartbeat), 10000);
     QVERIFY(m_device->terminal.write("ab" + c_response + "cd") == 10);
     QTRY_VERIFY_WITH_TIMEOUT(m_device->received.contains(c_ack), 10000);
-    QTRY_COMPARE_WITH_TIMEOUT(passive.bytes, c_response + "abcd", 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(passive, c_response + "abcd", 10000);
 }
 
 void TestDriverSerial::vanishedPortEndsListenersAndReopens()
 {
     QCOMPARE(call("write", {{"frame", QByteArray("x")}}), c_notOpen);
     QVERIFY(openPort(*m_device));
-    Heard first, second;
+    QByteArray first, second;
     QVERIFY(listen(QString(), &first) && listen("listen", &second));
     m_device->terminal.close();
     QTRY_COMPARE_WITH_TIMEOUT(m_router->openCount(), 0, 10000); // both listeners ended
@@ -157,12 +151,12 @@ void TestDriverSerial::vanishedPortEndsListenersAndReopens()
     QString error;
     QVERIFY2(replacement.terminal.open(&error), qPrintable(error));
     QVERIFY(openPort(replacement));
-    Heard again;
+    QByteArray again;
     QVERIFY(listen(QString(), &again) != 0);
     // NUL, CR, LF, 0xFF, XON, XOFF and DEL pass untouched, both ways, only on a raw line.
     const QByteArray raw("\x00\x0D\x0A\xFF\x11\x13\x7F\x0A\x0D", 9);
     QVERIFY(replacement.terminal.write(raw) == raw.size());
-    QTRY_COMPARE_WITH_TIMEOUT(again.bytes, raw, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(again, raw, 10000);
     QCOMPARE(call("write", {{"frame", raw}}), c_done);
     QTRY_COMPARE_WITH_TIMEOUT(replacement.received, raw, 10000);
     QCOMPARE(call("closeConnection", {}), c_done);
