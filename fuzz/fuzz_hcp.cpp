@@ -174,7 +174,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     Input in{data, size};
     const uint8_t setup = in.byte();
-    Harness harness(setup & 1, setup & 2);
-    harness.run(in);
+    {
+        Harness harness(setup & 1, setup & 2);
+        harness.run(in);
+    }
+    fuzzEndOfInput();
     return 0;
 }

@@ -14,6 +14,11 @@ extern "C" const char* __asan_default_options()
     return "malloc_context_size=2:quarantine_size_mb=16";
 }
 
+void fuzzEndOfInput()
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     static QCoreApplication app(*argc, *argv);
