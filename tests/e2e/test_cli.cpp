@@ -59,9 +59,11 @@ void TestCli::mainJobTracedAndListed()
     QVERIFY(run.err.contains("tool>host 00 01 48 00 ff b7 | ACK,last,link seq=0 len=0"));
     QVERIFY(run.err.contains("data,last,cmd seq=1 len=21 \"GET ADMIN TOOL_INFO\\r\\n\""));
 
-    // Two orders in one process on a faulty link: one JSON object per line with --json.
+    // Two orders in one process on a faulty link (checksums are not checked on receipt): one
+    // JSON object per line with --json.
     const Run twice = hytorc({"--json", "--sim-arg=--ignore-headers=1", "--sim-arg=--split-writes=100",
-                              "--sim-arg=--noise=100", "--sim-arg=--reply-frames=3", "getToolInfo", "getToolInfo"});
+                              "--sim-arg=--noise=100", "--sim-arg=--bad-checksums=100", "--sim-arg=--reply-frames=3",
+                              "getToolInfo", "getToolInfo"});
     QCOMPARE(twice.exitCode, 0);
     const QList<QByteArray> lines = twice.out.trimmed().split('\n');
     QCOMPARE(lines.size(), 2);

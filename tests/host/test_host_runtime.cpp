@@ -88,10 +88,11 @@ void TestHostRuntime::refusalsAndSilentOneShot()
 
 void TestHostRuntime::goneCommandIsNotCalledBack()
 {
-    DPluginHost host(m_router.data());
-    QVERIFY2(host.loadPlugins(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/plugins", &m_error), qPrintable(m_error));
-    DAbstractPlugin* device = host.createInstance(host.rootPlugin("Plugin Device Hytorc"), QUuid::createUuid());
+    QScopedPointer<DPluginHost> host(new DPluginHost(m_router.data()));
+    QVERIFY2(host->loadPlugins(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/plugins", &m_error), qPrintable(m_error));
+    DAbstractPlugin* device = host->createInstance(host->rootPlugin("Plugin Device Hytorc"), QUuid::createUuid());
     QSharedPointer<ICommand> command = device->declaredCommand("getToolInfo")->newCommandInstance({});
+    QSharedPointer<ICommand> kept = device->declaredCommand("getToolInfo")->newCommandInstance({});
     QVERIFY(command->commandExecute());
     QCOMPARE(m_router->openCount(), 1);
     m_target.sink->instructionReply(1, {{"frame", QByteArray("x")}, {"number", 1}});
@@ -99,6 +100,11 @@ void TestHostRuntime::goneCommandIsNotCalledBack()
     QCOMPARE(m_target.closed, QList<quint64>{1});
     QTest::qWait(300); // its engine's header delay too
     QCOMPARE(m_router->openCount(), 0);
+    // A command still held when its plug-in goes: the plug-in ends it, the pointer must not again.
+    QPointer<QObject> watch(dynamic_cast<QObject*>(kept.data()));
+    host.reset();
+    QVERIFY(watch.isNull());
+    kept.reset();
 }
 
 void TestHostRuntime::badLibraryDoesNotKeepOthersOut()
