@@ -5,13 +5,24 @@
 #include "d_abstract_command.h"
 #include "d_abstract_plugin.h"
 #include "d_recording_router.h"
-#include "hcp_test_support.h"
+#include "hytorc_hcp_frame.h"
 
 #include <QPluginLoader>
-
-using namespace hcptest;
+#include <QtTest>
 
 namespace {
+
+// What the tool sends, and the request frame the host must write.
+QByteArray ack() { return HytorcHcpFrame::buildAckFrame(); }
+QByteArray replyFrame(const QByteArray& payload, bool last)
+{
+    return HytorcHcpFrame::encodeFrame(0, HytorcHcpFrame::c_dataFlag | (last ? HytorcHcpFrame::c_lastFlag : 0),
+                                       payload);
+}
+QByteArray requestFrame(const QByteArray& text, int sequence)
+{
+    return HytorcHcpFrame::buildFrame(text, true, false, true, sequence);
+}
 
 QStringList g_warnings;
 
@@ -190,9 +201,9 @@ void TestToolCommands::transactions()
         QCOMPARE(m_router->sent.at(0).parameters, listen);
         QTRY_COMPARE_WITH_TIMEOUT(m_router->writes().size(), 1, 5000);
         m_router->deliver(ack());
-        QCOMPARE(m_router->writes().value(1), hcptest::request(request, 1));
+        QCOMPARE(m_router->writes().value(1), requestFrame(request, 1));
         m_router->deliver(ack());
-        m_router->deliver(hcptest::reply(reply, true));
+        m_router->deliver(replyFrame(reply, true));
         QCOMPARE(m_router->closed, QList<quint64>{1});
     }
     QCOMPARE(finished.count(), 1);
@@ -228,7 +239,7 @@ void TestToolCommands::endedCommandStaysEnded()
         QTRY_COMPARE_WITH_TIMEOUT(m_router->writes().size(), 1, 5000);
         m_router->deliver(ack());
         m_router->deliver(ack());
-        m_router->deliver(reply("RESPONSE\r\nERRORCODE,5\r\n", false) + reply(c_ok, true));
+        m_router->deliver(replyFrame("RESPONSE\r\nERRORCODE,5\r\n", false) + replyFrame(c_ok, true));
     } else {
         QTRY_COMPARE_WITH_TIMEOUT(m_router->writes().size(), stopAfterWrites, 5000);
         bool ok = true;
@@ -241,7 +252,7 @@ void TestToolCommands::endedCommandStaysEnded()
     QTest::qWait(waitMs);
     bool ok = true;
     command->finishTheCommand(ok);
-    m_router->deliver(reply(c_ok, true));
+    m_router->deliver(replyFrame(c_ok, true));
     QCOMPARE(finished.count(), 1);
     QCOMPARE(m_router->writes().size(), writes);
     QCOMPARE(updates.count(), updated);

@@ -1,4 +1,6 @@
-// The command-line host as a user runs it: a real process, its output and exit status.
+// The command-line host as a user runs it, a real process over the whole chain (runtime,
+// plug-ins, serial driver, pseudo-terminal, simulator): one test per road, its output and
+// its exit status.
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -36,47 +38,43 @@ class TestCli : public QObject
     Q_OBJECT
 
 private slots:
-    void mainJobAgainstTheSimulator();
-    void listAndTrace();
+    void mainJobTracedAndListed();
     void usageAndLoadingErrors_data();
     void usageAndLoadingErrors();
-    void missingToolAndStuckCommand();
+    void failingRoads_data();
+    void failingRoads();
+    void interruptedSequence();
 };
 
-void TestCli::mainJobAgainstTheSimulator()
+void TestCli::mainJobTracedAndListed()
 {
-    const Run run = hytorc({"getToolInfo"});
+    const Run run = hytorc({"--trace", "getToolInfo"});
     QVERIFY2(run.exitCode == 0, run.err.constData());
     const QJsonObject result = QJsonDocument::fromJson(run.out).object();
     QCOMPARE(result.value("command").toString(), QStringLiteral("getToolInfo"));
     QCOMPARE(result.value("success").toBool(), true);
-    const QJsonObject info = result.value("results").toObject().value("deviceInformation").toObject();
-    QCOMPARE(info.size(), 9);
-    QVERIFY(!info.value("serial").toString().isEmpty());
+    QCOMPARE(result.value("results").toObject().value("deviceInformation").toObject().size(), 9);
+    QVERIFY2(run.err.contains("host>tool 00 01 80 05 55 49 43 0d 0a fe 82 | data,link seq=0 len=5 \"UIC\\r\\n\""),
+             run.err.constData());
+    QVERIFY(run.err.contains("tool>host 00 01 48 00 ff b7 | ACK,last,link seq=0 len=0"));
+    QVERIFY(run.err.contains("data,last,cmd seq=1 len=21 \"GET ADMIN TOOL_INFO\\r\\n\""));
 
-    // Two orders in one process: one JSON object per line with --json.
-    const Run twice = hytorc({"--json", "getToolInfo", "getToolInfo"});
+    // Two orders in one process on a faulty link (checksums are not checked on receipt): one
+    // JSON object per line with --json.
+    const Run twice = hytorc({"--json", "--sim-arg=--ignore-headers=1", "--sim-arg=--split-writes=100",
+                              "--sim-arg=--noise=100", "--sim-arg=--bad-checksums=100", "--sim-arg=--reply-frames=3",
+                              "getToolInfo", "getToolInfo"});
     QCOMPARE(twice.exitCode, 0);
     const QList<QByteArray> lines = twice.out.trimmed().split('\n');
     QCOMPARE(lines.size(), 2);
     for (const QByteArray& line : lines)
         QCOMPARE(QJsonDocument::fromJson(line).object().value("success").toBool(), true);
-}
 
-void TestCli::listAndTrace()
-{
     const Run list = hytorc({"--json", "list"});
     QCOMPARE(list.exitCode, 0);
     const QJsonObject first = QJsonDocument::fromJson(list.out.trimmed().split('\n').last()).object();
     QCOMPARE(first.value("name").toString(), QStringLiteral("getToolInfo"));
     QCOMPARE(first.value("description").toString(), QStringLiteral("Get tool identification info (via HytorcHcpComm)"));
-
-    const Run traced = hytorc({"--trace", "getToolInfo"});
-    QCOMPARE(traced.exitCode, 0);
-    QVERIFY2(traced.err.contains("host>tool 00 01 80 05 55 49 43 0d 0a fe 82 | data,link seq=0 len=5 \"UIC\\r\\n\""),
-             traced.err.constData());
-    QVERIFY(traced.err.contains("tool>host 00 01 48 00 ff b7 | ACK,last,link seq=0 len=0"));
-    QVERIFY(traced.err.contains("data,last,cmd seq=1 len=21 \"GET ADMIN TOOL_INFO\\r\\n\""));
 }
 
 void TestCli::usageAndLoadingErrors_data()
@@ -96,26 +94,46 @@ void TestCli::usageAndLoadingErrors()
     QFETCH(QByteArray, reason);
     const Run run = hytorc(arguments);
     QCOMPARE(run.exitCode, 2);
-    QVERIFY2(run.err.startsWith("hytorc: ") && run.err.contains(reason), run.err.constData());
+    // One line of reason; a debug build's plug-in also traces its instances there.
+    QByteArrayList lines = run.err.trimmed().split('\n');
+#ifndef QT_NO_DEBUG
+    lines.erase(std::remove_if(lines.begin(), lines.end(), [](const QByteArray& l) { return !l.startsWith("hytorc"); }),
+                lines.end());
+#endif
+    QVERIFY2(lines.size() == 1 && lines.first().startsWith("hytorc: ") && lines.first().contains(reason),
+             run.err.constData());
     QVERIFY(run.out.isEmpty());
 }
 
-void TestCli::missingToolAndStuckCommand()
+void TestCli::failingRoads_data()
 {
-    const Run missing = hytorc({"--device", "/nonexistent/rfcomm0", "getToolInfo"});
-    QCOMPARE(missing.exitCode, 1);
-    QVERIFY2(missing.err.contains("cannot open /nonexistent/rfcomm0"), missing.err.constData());
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("reason");
+    QTest::newRow("missing device") << QStringList{"--device", "/nonexistent/rfcomm0", "getToolInfo"}
+                                    << QByteArray("cannot open /nonexistent/rfcomm0");
+    // A reply that never ends is cut at the engine's bound, not left to grow the host.
+    QTest::newRow("reply without end") << QStringList{"--sim-arg=--endless-reply", "--sim-arg=--baud=0", "getToolInfo"}
+                                       << QByteArray("getToolInfo failed: Raw buffer overflow");
+    // Said at once, not after the plug-in's retries.
+    QTest::newRow("link dropped mid-reply")
+        << QStringList{"--sim-arg=--drop-after=3", "--sim-arg=--reply-frames=3", "--reconnect", "0", "getToolInfo"}
+        << QByteArray("(line hung up)");
+    QTest::newRow("stuck command") << QStringList{"--timeout", "2", "--sim-arg=--silent", "getToolInfo"}
+                                   << QByteArray("getToolInfo did not finish within 2 s; stopped");
+}
 
-    const Run badSimulator = hytorc({"--sim-arg=--bogus", "getToolInfo"});
-    QCOMPARE(badSimulator.exitCode, 2);
-    QVERIFY2(badSimulator.err.contains("the tool simulator did not start") && badSimulator.err.contains("bogus"),
-             badSimulator.err.constData());
+void TestCli::failingRoads()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, reason);
+    const Run run = hytorc(arguments);
+    QCOMPARE(run.exitCode, 1);
+    QVERIFY2(run.err.contains(reason), run.err.constData());
+    QVERIFY(!QJsonDocument::fromJson(run.out).object().value("success").toBool());
+}
 
-    const Run stuck = hytorc({"--timeout", "2", "--sim-arg=--silent", "getToolInfo"});
-    QCOMPARE(stuck.exitCode, 1);
-    QVERIFY2(stuck.err.contains("getToolInfo did not finish within 2 s; stopped"), stuck.err.constData());
-    QCOMPARE(QJsonDocument::fromJson(stuck.out).object().value("success").toBool(true), false);
-
+void TestCli::interruptedSequence()
+{
     // SIGTERM (as Ctrl-C) stops the running command the host's way, and the rest of the sequence.
     QProcess interrupted;
     interrupted.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc",

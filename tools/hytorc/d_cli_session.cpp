@@ -159,12 +159,17 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
     QHash<quint64, bool> outcomes;
     QSet<quint64> replaced;  // listeners started again after a reconnection
     bool stopped = false;
+    QHash<quint64, QString> reasons;  // what the plug-in's engine said before a failure
+    auto failed = connect(m_runner, &DCommandRunner::sigCommandError, &loop,
+                          [&](quint64 id, const QString& reason) { reasons.insert(id, reason); });
     auto finished = connect(m_runner, &DCommandRunner::sigFinished, &loop,
                             [&](quint64 id, const QString& name, bool ok, const QVariantMap& results) {
                                 if (replaced.contains(id))
                                     return;
                                 outcomes.insert(id, commandSucceeded(ok, results));
                                 print({{"command", name}, {"success", outcomes.value(id)}, {"results", results}});
+                                if (!outcomes.value(id) && !stopped && reasons.contains(id))
+                                    complain(QStringLiteral("%1 failed: %2").arg(name, reasons.value(id)));
                                 const QString hint = stopped ? QString() : m_programs.failureHint(name, results);
                                 if (!hint.isEmpty())
                                     complain(hint);
@@ -228,6 +233,7 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const QVariantMap& 
         complain(QStringLiteral("%1: %2").arg(order.name, m_results.summary())
                  + (losses.isEmpty() ? QString() : QStringLiteral("; ") + losses));
     }
+    disconnect(failed);
     disconnect(finished);
     disconnect(updated);
     disconnect(lost);

@@ -158,6 +158,8 @@ void DHcpToolLink::forgetTransaction()
 void DHcpToolLink::sendNextReplyFrame()
 {
     const QByteArray payload = m_replyPayloads.dequeue();
+    if (m_options.endlessReply)
+        m_replyPayloads.enqueue(payload);
     const bool last = m_replyPayloads.isEmpty();
     const quint8 flags = HytorcHcpFrame::c_dataFlag | quint8(m_requestSequence << 4)
                          | (last ? HytorcHcpFrame::c_lastFlag : quint8(0));

@@ -81,6 +81,10 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
         {QCommandLineOption("event-in-transaction",
                             "Send an event between each request's acknowledgement and its reply."),
          &eventInTransaction},
+        {QCommandLineOption("endless-reply",
+                            "Fault: stream the reply's frames over and over, none marked last, each after the "
+                            "host's acknowledgement of the one before."),
+         &endlessReply},
     };
     const QCommandLineOption stateOption("state", "Tool state (JSON) to start from instead of the defaults.", "file");
     const QCommandLineOption linkOption("link", "Make a symlink at path pointing to the port (replaces a symlink).",

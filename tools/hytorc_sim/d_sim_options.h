@@ -34,6 +34,7 @@ public:
     int dropAfterFrames = 0;  // 0: never
     int reopenAfterMs = -1;   // -1: the link stays down after a drop
     int replyFrames = 1;
+    bool endlessReply = false;
 
     // Reads the command line of `app`; --help and --version print and exit there.
     // False with a message in *error when a value is out of range.

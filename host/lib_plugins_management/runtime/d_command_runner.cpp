@@ -82,6 +82,22 @@ void DCommandRunner::watch(quint64 runId, DAbstractCommand* command)
     connect(command, &DAbstractCommand::sigCommandFinished, this,
             [this, runId](bool ok) { onCommandEnded(runId, ok); });
     connect(command, &QObject::destroyed, this, [this, runId] { onCommandEnded(runId, false); });
+    const QList<QObject*> parts = command->findChildren<QObject*>();
+    for (QObject* part : parts) {
+        if (part->metaObject()->indexOfSignal("sigError(QString)") < 0)
+            continue;
+        m_partRuns.insert(part, runId);
+        connect(part, SIGNAL(sigError(QString)), this, SLOT(onPartError(QString)));
+        connect(part, &QObject::destroyed, this, [this, part] { m_partRuns.remove(part); });
+    }
+}
+
+void DCommandRunner::onPartError(const QString& error)
+{
+    // Kept until the run is released: the command may have ended on this very error already.
+    const auto it = m_runs.find(m_partRuns.value(sender()));
+    if (it != m_runs.end())
+        it->error = error;
 }
 
 void DCommandRunner::onResultsUpdated(quint64 runId, const QVariantMap& changed)
@@ -108,5 +124,7 @@ void DCommandRunner::release(quint64 runId, bool ok, const QVariantMap& results)
         return;
     // Held until after the signal: the command goes when `run` does.
     const DRun run = m_runs.take(runId);
+    if (!run.error.isEmpty())
+        emit sigCommandError(runId, run.error);
     emit sigFinished(runId, run.name, ok, results);
 }

@@ -1,6 +1,7 @@
 #ifndef D_COMMAND_RUNNER_H
 #define D_COMMAND_RUNNER_H
 
+#include <QHash>
 #include <QMap>
 #include <QObject>
 #include <QPointer>
@@ -34,6 +35,13 @@ signals:
     // results = commandResults() at the end; a command destroyed before it finished
     // (its plug-in went away) ends with ok false and no results.
     void sigFinished(quint64 runId, const QString& name, bool ok, const QVariantMap& results);
+    // Just before sigFinished, when a part of the command (its protocol engine) reported a
+    // failure by a sigError(QString) signal: the reason behind a "cmd_success" false,
+    // which the results do not carry.
+    void sigCommandError(quint64 runId, const QString& error);
+
+private slots:
+    void onPartError(const QString& error);
 
 private:
     struct DRun {
@@ -42,6 +50,7 @@ private:
         QSharedPointer<ICommand> command;
         QPointer<DAbstractCommand> object;
         bool finished = false;
+        QString error;  // the last a part of the command reported
     };
 
     void watch(quint64 runId, DAbstractCommand* command);
@@ -49,6 +58,7 @@ private:
     void onCommandEnded(quint64 runId, bool ok);
     void release(quint64 runId, bool ok, const QVariantMap& results);
 
+    QHash<QObject*, quint64> m_partRuns;  // parts reporting errors, by the run they belong to
     QMap<quint64, DRun> m_runs;  // by run id: stopped in the order they started
     quint64 m_nextId = 1;
 };

@@ -14,7 +14,7 @@ constexpr int c_headerAckMs = 3000;      // state 1: waiting for the header's AC
 constexpr int c_requestAckMs = 4000;     // state 2: waiting for the request's ACK
 constexpr int c_replyFrameMs = 8000;     // state 3: waiting for each reply frame
 constexpr int c_maxRetries = 5;          // header resends per transaction
-constexpr int c_maxRawBuffer = 65536;    // bytes kept unframed at most
+constexpr int c_maxRawBuffer = 65536;    // bytes kept unframed at most; also the most reply bytes
 constexpr int c_rawBufferCapacity = 2048; // memory kept for rawBuffer (two longest frames)
 constexpr int c_maxEventLines = 100;     // event lines kept at most
 constexpr double c_junkRatio = 0.85;     // share of 0x00/0xFF bytes that makes a chunk junk
@@ -44,7 +44,7 @@ void HytorcHcpComm::sendRequest(const QString& request)
 {
     pendingRequest = request.trimmed() + QStringLiteral("\r\n");
     retryCount = 0;
-    responseLines.clear();
+    clearResponse();
     clearRawBuffer();
     sequence = (sequence + 1) % 4;
     // Not cancelled by reset(): the header goes out 200 ms later in any case.
@@ -57,7 +57,7 @@ void HytorcHcpComm::reset()
     state = CeIdle;
     sequence = 0;
     retryCount = 0;
-    responseLines.clear();
+    clearResponse();
     clearRawBuffer();
 }
 
@@ -118,16 +118,27 @@ void HytorcHcpComm::onRawData(const QByteArray& data, int number)
 
     const int total = (rawBuffer.size() - rawPos) + length;
     if (total > c_maxRawBuffer) {
-        qCritical() << "\n" << getDate() << ";\t" << "Thread =" << QThread::currentThread() << ";\t"
-                    << "This =" << this << ";\t" << c_logSource << ";\t" << c_logLineOverflow << ";\t"
-                    << "[HYTORC-COMM] Raw buffer overflow" << total << ">" << c_maxRawBuffer;
-        clearRawBuffer();
-        emit sigError(QStringLiteral("Raw buffer overflow"));
+        failOnOverflow(total);
         return;
     }
 
     rawBuffer.append(data);
     drainRawBuffer();
+}
+
+void HytorcHcpComm::failOnOverflow(int total)
+{
+    qCritical() << "\n" << getDate() << ";\t" << "Thread =" << QThread::currentThread() << ";\t"
+                << "This =" << this << ";\t" << c_logSource << ";\t" << c_logLineOverflow << ";\t"
+                << "[HYTORC-COMM] Raw buffer overflow" << total << ">" << c_maxRawBuffer;
+    clearRawBuffer();
+    emit sigError(QStringLiteral("Raw buffer overflow"));
+}
+
+void HytorcHcpComm::clearResponse()
+{
+    responseLines.clear();
+    responseBytes = 0;
 }
 
 void HytorcHcpComm::clearRawBuffer()
@@ -229,6 +240,16 @@ void HytorcHcpComm::processFrame(const QByteArray& frame)
 
     if (state != CeAwaitingReply)
         return;
+
+    // A tool that never marks a reply frame last must not grow us without end: the
+    // reply is bounded like the raw buffer, and the frame past the bound is dropped.
+    const int collected = responseBytes + payload.size();
+    if (collected > c_maxRawBuffer) {
+        clearResponse();
+        failOnOverflow(collected);
+        return;
+    }
+    responseBytes = collected;
 
     retryTimer.stop();
     emit sigWriteRequest(HytorcHcpFrame::buildAckFrame());

@@ -39,11 +39,15 @@ private:
     // against a reset or a new chunk arriving from a slot connected to our signals.
     void drainRawBuffer();
     void clearRawBuffer();
+    void clearResponse();
+    // The overflow rule's end: critical log line, buffer emptied, "Raw buffer overflow".
+    void failOnOverflow(int total);
 
     QPointer<QObject> owner;
     QString pendingRequest;
     QByteArray rawBuffer;
     QStringList responseLines;
+    int responseBytes = 0;           // reply payload bytes behind responseLines
     QStringList eventLines;
     int state = 0;
     int sequence = 0;
