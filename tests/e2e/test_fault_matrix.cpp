@@ -31,7 +31,9 @@ const DFault c_faults[] = {
     {"letter noise", {"--noise=100"}, CeSucceeds},
     // A stray 0x00 starts a frame and may swallow the real one; a retry may recover.
     {"noise with a NUL", {"--noise=100", "--noise-nul"}, CeEither},
-    {"junk bursts", {"--junk-before-reply"}, CeSucceeds},
+    // A burst of 0x00 and 0xFF read in the same chunk as the reply (a loaded host reads
+    // late) is purged with it, or its 0x00 bytes swallow the reply: only a retry recovers.
+    {"junk bursts", {"--junk-before-reply"}, CeEither},
     {"duplicated writes", {"--duplicate-writes=100"}, CeSucceeds},
     // The checksum is not checked on receipt: corrupted frames are taken as good.
     {"bad checksums", {"--bad-checksums=100"}, CeSucceeds},
