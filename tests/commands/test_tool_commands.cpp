@@ -106,8 +106,8 @@ DAbstractCommand* TestToolCommands::make(const QString& name, const QVariantMap&
     return dynamic_cast<DAbstractCommand*>(m_command.data());
 }
 
-// The cases the end-to-end sequence does not reach. An empty request: refused before
-// anything reaches the driver.
+// The cases the end-to-end sequence does not reach, and the map each tool information reply
+// makes. An empty request: refused before anything reaches the driver.
 void TestToolCommands::transactions_data()
 {
     QTest::addColumn<QString>("name");
@@ -120,6 +120,30 @@ void TestToolCommands::transactions_data()
     QTest::addColumn<QStringList>("warnings");
 
     const QVariantMap noProperties;
+    const QByteArray info = "GET ADMIN TOOL_INFO\r\n";
+    QTest::newRow("tool info, nine lines and one more")
+        << "getToolInfo" << QVariantMap() << QVariantMap() << info
+        << "RESPONSE\r\n" + info + "LION-2\r\nHYT24A0137\r\n2.4.1\r\n1.9.0\r\n1.2.3\r\n4.04\r\n1873\r\n"
+                                  "2025-09-14\r\nPCB-C3\r\nextra\r\nERRORCODE,0\r\nPASSED\r\n"
+        << QVariantMap{{"cmd_success", true},
+                       {"deviceInformation", QVariantMap{{"model", "LION-2"}, {"serial", "HYT24A0137"},
+                                                         {"uic_fw", "2.4.1"}, {"mdc_fw", "1.9.0"}, {"bsm_fw", "1.2.3"},
+                                                         {"ublox_fw", "4.04"}, {"cycle_count", "1873"},
+                                                         {"cal_date", "2025-09-14"}, {"pcb_version", "PCB-C3"}}}}
+        << noProperties << QStringList();
+    QTest::newRow("tool info, three lines")
+        << "getToolInfo" << QVariantMap() << QVariantMap() << info << QByteArray("HCD\r\nM\r\nS\r\nF\r\nPASSED\r\n")
+        << QVariantMap{{"cmd_success", true}, {"deviceInformation", QVariantMap{{"model", "M"}, {"serial", "S"},
+                                                                                {"uic_fw", "F"}}}}
+        << noProperties << QStringList();
+    QTest::newRow("tool info, empty") << "getToolInfo" << QVariantMap() << QVariantMap() << info
+                                      << QByteArray("RESPONSE\r\nERRORCODE,0\r\nPASSED\r\n")
+                                      << QVariantMap{{"cmd_success", true}, {"deviceInformation", QVariantMap()}}
+                                      << noProperties << QStringList();
+    QTest::newRow("tool info, tool error") << "getToolInfo" << QVariantMap() << QVariantMap() << info
+                                           << QByteArray("RESPONSE\r\nERRORCODE,4\r\n")
+                                           << QVariantMap{{"cmd_success", false}, {"deviceInformation", QVariant()}}
+                                           << noProperties << QStringList();
     QTest::newRow("lock refused") << "setLock" << QVariantMap{{"lock", true}} << c_lockListen
                                   << QByteArray("SET FLAGS OPEN_PROTOCOL\r\nOPEN_PROTOCOL_LOCK\r\n")
                                   << QByteArray("RESPONSE\r\nERRORCODE,2\r\n") << c_refused
@@ -194,6 +218,7 @@ void TestToolCommands::transactions()
     QSignalSpy finished(command, &DAbstractCommand::sigCommandFinished);
 
     QVERIFY(command->commandExecute());
+    QVERIFY2(!command->commandExecute(), "one order, one execution");
     if (request.isEmpty()) {
         QVERIFY(m_router->sent.isEmpty());
     } else {
@@ -204,7 +229,10 @@ void TestToolCommands::transactions()
         QCOMPARE(m_router->writes().value(1), requestFrame(request, 1));
         m_router->deliver(ack());
         m_router->deliver(replyFrame(reply, true));
+        QCOMPARE(m_router->writes().value(2), ack());
         QCOMPARE(m_router->closed, QList<quint64>{1});
+        for (const DRecordingRouter::Sent& sent : qAsConst(m_router->sent))
+            QCOMPARE(sent.timeout, 2000);
     }
     QCOMPARE(finished.count(), 1);
     QCOMPARE(finished.at(0).at(0).toBool(), true);
