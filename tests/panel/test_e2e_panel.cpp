@@ -143,18 +143,19 @@ void TestE2ePanel::actionsReachTheTool_data()
     QTest::addColumn<QString>("program");
     QTest::addColumn<QString>("press");
     QTest::addColumn<QString>("treatment");  // empty: nothing may be sent
+    QTest::addColumn<int>("kind");
     QTest::addColumn<bool>("ok");
     QTest::addColumn<QString>("key");
     QTest::addColumn<QVariant>("expected");
-    QTest::newRow("apply program 2") << QByteArray("{}") << "2" << "idButtonApply" << "setProgram" << true
+    QTest::newRow("apply program 2") << QByteArray("{}") << "2" << "idButtonApply" << "setProgram" << 200 << true
                                      << "activeProfile" << QVariant("P2");
-    QTest::newRow("program not an integer") << QByteArray("{}") << "2x" << "idButtonApply" << QString() << false
+    QTest::newRow("program not an integer") << QByteArray("{}") << "2x" << "idButtonApply" << QString() << 0 << false
                                             << "activeProfile" << QVariant("P1");
-    QTest::newRow("lock") << QByteArray("{}") << "" << "idButtonLock" << "setLock" << true << "locked"
+    QTest::newRow("lock") << QByteArray("{}") << "" << "idButtonLock" << "setLock" << 100 << true << "locked"
                           << QVariant(true);
-    QTest::newRow("unlock") << QByteArray(R"({"locked": true})") << "" << "idButtonUnlock" << "setLock" << true
+    QTest::newRow("unlock") << QByteArray(R"({"locked": true})") << "" << "idButtonUnlock" << "setLock" << 100 << true
                             << "locked" << QVariant(false);
-    QTest::newRow("no such command") << QByteArray("{}") << "" << "setDirection" << "setDirection" << false
+    QTest::newRow("no such command") << QByteArray("{}") << "" << "setDirection" << "setDirection" << 300 << false
                                      << "locked" << QVariant(false);
 }
 
@@ -164,6 +165,7 @@ void TestE2ePanel::actionsReachTheTool()
     QFETCH(QString, program);
     QFETCH(QString, press);
     QFETCH(QString, treatment);
+    QFETCH(int, kind);
     QFETCH(bool, ok);
     QFETCH(QString, key);
     QFETCH(QVariant, expected);
@@ -181,8 +183,7 @@ void TestE2ePanel::actionsReachTheTool()
     QCOMPARE(m_backend->hasPendingTreatments(), !treatment.isEmpty());
     if (!treatment.isEmpty()) {
         QVERIFY(released.wait(60000));
-        QCOMPARE(released.first().at(1).toString(), treatment);
-        QCOMPARE(released.first().at(2).toBool(), ok);
+        QCOMPARE(released.first(), (QVariantList{kind, treatment, ok}));
         const QString status = m_panel->property("statusText").toString();
         QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: ")), qPrintable(status));
     }

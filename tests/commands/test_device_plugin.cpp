@@ -1,5 +1,6 @@
-// The tool commands through the real plug-in library and a recording host: the bytes
-// each one asks the driver to write, its results, the plug-in properties it leaves,
+// The device plug-in as the host meets it, a library that Qt's own loader reads and loads:
+// its metadata, identity and command set; then the tool commands with a recording host:
+// the bytes each one asks the driver to write, its results, the plug-in properties it leaves,
 // its log lines, and that a command the host keeps after its end stays ended. The
 // end-to-end tests hold the roads through the simulator (report shapes, the keep-alive).
 #include "d_abstract_command.h"
@@ -7,6 +8,7 @@
 #include "d_recording_router.h"
 #include "hytorc_hcp_frame.h"
 
+#include <QJsonObject>
 #include <QPluginLoader>
 #include <QtTest>
 
@@ -48,9 +50,18 @@ QVariantMap program(const QString& name, const QString& torque, int progId, cons
 const QVariantList c_stored{program("P1", "120", 1), program("P2", "35.5", 2, {{"angle", "30"}, {"fastener", "LH"}}),
                             program("P3", "35", 3)};
 
+const QString c_iid = QStringLiteral("fr.vexo.rd.box.PDeviceHytorc");
+const QUuid c_pluginUuid(QStringLiteral("{4b2d6999-ab8e-4a72-bfb0-c962b68e7bda}"));
+// Qt's loader expects the debug flag of a build without QT_NO_DEBUG.
+#ifdef QT_NO_DEBUG
+constexpr bool c_debugBuild = false;
+#else
+constexpr bool c_debugBuild = true;
+#endif
+
 } // namespace
 
-class TestToolCommands : public QObject
+class TestDevicePlugin : public QObject
 {
     Q_OBJECT
 
@@ -58,6 +69,9 @@ private slots:
     void initTestCase();
     void init();
     void cleanup();
+    void metadata();
+    void identityAndInstances();
+    void commandDeclaration();
     void transactions_data();
     void transactions();
     void endedCommandStaysEnded_data();
@@ -66,6 +80,7 @@ private slots:
     void presetData();
 
 private:
+    IPlugin* root() { return qobject_cast<IPlugin*>(m_loader.instance()); }
     DAbstractCommand* make(const QString& name, const QVariantMap& arguments);
 
     QPluginLoader m_loader;
@@ -75,13 +90,13 @@ private:
     QSharedPointer<ICommand> m_command;
 };
 
-void TestToolCommands::initTestCase()
+void TestDevicePlugin::initTestCase()
 {
     m_loader.setFileName(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/plugins/libp_device_hytorc.so");
     QVERIFY2(m_loader.load(), qPrintable(m_loader.errorString()));
 }
 
-void TestToolCommands::init()
+void TestDevicePlugin::init()
 {
     m_instance.reset(qobject_cast<IPlugin*>(m_loader.instance())->createInstance(QUuid::createUuid()));
     m_plugin = dynamic_cast<DAbstractPlugin*>(m_instance.data());
@@ -92,7 +107,7 @@ void TestToolCommands::init()
     qInstallMessageHandler(keepWarnings);
 }
 
-void TestToolCommands::cleanup()
+void TestDevicePlugin::cleanup()
 {
     qInstallMessageHandler(nullptr);
     m_command.reset();
@@ -100,15 +115,76 @@ void TestToolCommands::cleanup()
     delete m_router;
 }
 
-DAbstractCommand* TestToolCommands::make(const QString& name, const QVariantMap& arguments)
+DAbstractCommand* TestDevicePlugin::make(const QString& name, const QVariantMap& arguments)
 {
     m_command = m_plugin->declaredCommand(name)->newCommandInstance(arguments);
     return dynamic_cast<DAbstractCommand*>(m_command.data());
 }
 
+// What Qt's loader reads without loading the library.
+void TestDevicePlugin::metadata()
+{
+    const QJsonObject meta = m_loader.metaData();
+    QCOMPARE(meta.value(QStringLiteral("IID")).toString(), c_iid);
+    QCOMPARE(meta.value(QStringLiteral("className")).toString(), QStringLiteral("PDeviceHytorc"));
+    QCOMPARE(meta.value(QStringLiteral("debug")).toBool(), c_debugBuild);
+    QVERIFY(meta.value(QStringLiteral("MetaData")).toObject().isEmpty());
+}
+
+void TestDevicePlugin::identityAndInstances()
+{
+    // The root instance, Qt's entry's object: no uuid, no parent.
+    QVERIFY(root()->objectUuid().isNull() && m_loader.instance()->parent() == nullptr);
+    QCOMPARE(root()->pluginVersion(), quint64(1) << 48);
+    const QUuid uuid = QUuid::createUuid();
+    QScopedPointer<IPlugin> a(root()->createInstance(uuid));
+    QScopedPointer<IPlugin> nullUuid(root()->createInstance(QUuid()));
+    QVERIFY(a.data() != root() && a.data() != nullUuid.data());
+    QCOMPARE(a->objectUuid(), uuid);
+    QVERIFY(nullUuid->objectUuid().isNull());
+    for (IPlugin* instance : {root(), a.data(), nullUuid.data()}) {
+        QCOMPARE(instance->pluginUuid(), c_pluginUuid);
+        QCOMPARE(instance->pluginName(), QStringLiteral("Plugin Device Hytorc"));
+        QCOMPARE(quint64(instance->pluginType()), quint64(1147500137));
+        QCOMPARE(QByteArray(instance->pluginSubTypeName()), QByteArray());
+        bool ok = false;
+        const QVariant typeName = instance->getProperty(QStringLiteral("typeName"), &ok);
+        QVERIFY(ok && typeName.userType() == QMetaType::QString && typeName.toString().isEmpty());
+    }
+    // Nothing of one instance leaks into another.
+    dynamic_cast<DAbstractPlugin*>(a.data())->setProperty(QStringLiteral("lock"), true, false);
+    bool found = true;
+    nullUuid->getProperty(QStringLiteral("lock"), &found);
+    QVERIFY(!found);
+}
+
+// Against the instance init() declared the commands of.
+void TestDevicePlugin::commandDeclaration()
+{
+    QScopedPointer<IPlugin> first(root()->createInstance(QUuid::createUuid()));
+    auto* plugin = dynamic_cast<DAbstractPlugin*>(first.data());
+    QSignalSpy done(plugin, &DAbstractPlugin::sigCommandsInitDone);
+    plugin->initPluginCommands();
+    plugin->initPluginCommands(); // a second round replaces the set rather than doubling it
+    QCOMPARE(done.count(), 2);
+    QCOMPARE(done.at(0).at(0).toUuid(), plugin->objectUuid());
+    QCOMPARE(done.at(0).at(1).toStringList(), plugin->commandNames());
+    QCOMPARE(plugin->commandNames(), m_plugin->commandNames());
+    QCOMPARE(plugin->commandNames(),
+             (QStringList{"searchAndConnect", "listenEventsData", "getPresetData", "startDetection",
+                          "setPingInterval", "listProgram", "setProgram", "setLock", "setLevelAccess",
+                          "setKeepAliveFonction", "checkSerialId", "getToolInfo"}));
+    for (const QString& name : plugin->commandNames()) {
+        QCOMPARE(plugin->declaredCommand(name)->parent(), plugin);
+        QCOMPARE(m_plugin->declaredCommand(name)->parent(), m_plugin);
+    }
+    QCOMPARE(plugin->getFunctionDescription(QStringLiteral("getToolInfo")).value(QStringLiteral("description")),
+             QVariant(QStringLiteral("Get tool identification info (via HytorcHcpComm)")));
+}
+
 // The cases the end-to-end sequence does not reach, and the map each tool information reply
 // makes. An empty request: refused before anything reaches the driver.
-void TestToolCommands::transactions_data()
+void TestDevicePlugin::transactions_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QVariantMap>("arguments");
@@ -202,7 +278,7 @@ void TestToolCommands::transactions_data()
 }
 
 // Every row starts with three stored programs and "currentProgId" 7.
-void TestToolCommands::transactions()
+void TestDevicePlugin::transactions()
 {
     QFETCH(QString, name);
     QFETCH(QVariantMap, arguments);
@@ -243,7 +319,7 @@ void TestToolCommands::transactions()
     QCOMPARE(g_warnings, warnings);
 }
 
-void TestToolCommands::endedCommandStaysEnded_data()
+void TestDevicePlugin::endedCommandStaysEnded_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<int>("stopAfterWrites");  // -1: the tool's error ends it
@@ -254,7 +330,7 @@ void TestToolCommands::endedCommandStaysEnded_data()
 }
 
 // The host keeps the command after its end: nothing more is published, written or ended.
-void TestToolCommands::endedCommandStaysEnded()
+void TestDevicePlugin::endedCommandStaysEnded()
 {
     QFETCH(QString, name);
     QFETCH(int, stopAfterWrites);
@@ -289,7 +365,7 @@ void TestToolCommands::endedCommandStaysEnded()
     QCOMPARE(results.value("cmd_success"), QVariant(false));
 }
 
-void TestToolCommands::presetData_data()
+void TestDevicePlugin::presetData_data()
 {
     QTest::addColumn<QVariant>("progId");
     QTest::addColumn<QVariant>("stored");
@@ -310,7 +386,7 @@ void TestToolCommands::presetData_data()
                              << QStringList{"[HYTORC-GET_PRESET] Invalid program list property type"};
 }
 
-void TestToolCommands::presetData()
+void TestDevicePlugin::presetData()
 {
     QFETCH(QVariant, progId);
     QFETCH(QVariant, stored);
@@ -328,5 +404,5 @@ void TestToolCommands::presetData()
     QVERIFY(m_router->sent.isEmpty());
 }
 
-QTEST_GUILESS_MAIN(TestToolCommands)
-#include "test_tool_commands.moc"
+QTEST_GUILESS_MAIN(TestDevicePlugin)
+#include "test_device_plugin.moc"
