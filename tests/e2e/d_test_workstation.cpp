@@ -2,28 +2,10 @@
 
 #include "d_abstract_plugin.h"
 
-#include <QEventLoop>
-#include <QTimer>
+#include <QTest>
 #include <QUuid>
 
-namespace {
-
-// Runs the event loop until `done` is called or `waitMs` passes; true when done.
-bool waitFor(int waitMs, const std::function<void(std::function<void()>)>& start)
-{
-    QEventLoop loop;
-    bool done = false;
-    QTimer::singleShot(waitMs, &loop, &QEventLoop::quit);
-    start([&] {
-        done = true;
-        loop.quit();
-    });
-    if (!done)
-        loop.exec();
-    return done;
-}
-
-} // namespace
+#include <memory>
 
 bool DTestWorkstation::setUp(QString* error)
 {
@@ -45,35 +27,30 @@ bool DTestWorkstation::openDevice(const QString& path)
     const QVariantMap settings{{"devicePath", path}, {"rawMode", true},  {"parallelListening", true},
                                {"baud_rate", 115200}, {"data_bits", 8},   {"parity", 0},
                                {"stop_bits", 1},      {"flow_control", 0}};
-    bool opened = false;
-    waitFor(10000, [&](const std::function<void()>& done) {
-        QString refusal;
-        router.openInstruction(QStringLiteral("driver"), QStringLiteral("changeDevicePath"), settings, 5000,
-                               [&opened, done](quint64, const QVariantMap& reply) {
-                                   opened = reply.value("results").toMap().value("doneOk").toBool();
-                                   done();
-                               },
-                               &refusal);
-    });
-    return opened;
+    // Shared with the reply handler, which may outlive a wait that gave up.
+    const auto opened = std::make_shared<int>(-1);
+    QString refusal;
+    router.openInstruction(QStringLiteral("driver"), QStringLiteral("changeDevicePath"), settings, 5000,
+                           [opened](quint64, const QVariantMap& reply) {
+                               *opened = reply.value("results").toMap().value("doneOk").toBool();
+                           },
+                           &refusal);
+    return QTest::qWaitFor([&] { return *opened >= 0; }, 10000) && *opened == 1;
 }
 
 DTestWorkstation::Outcome DTestWorkstation::run(const QString& name, const QVariantMap& arguments, int waitMs)
 {
     Outcome outcome;
     quint64 runId = 0;
-    outcome.finished = waitFor(waitMs, [&](const std::function<void()>& done) {
-        QObject::connect(&runner, &DCommandRunner::sigFinished, &runner,
-                         [&, done](quint64 id, const QString&, bool ok, const QVariantMap& results) {
-                             if (id != runId)
-                                 return;
-                             outcome.ok = ok;
-                             outcome.results = results;
-                             done();
-                         });
-        QString error;
-        runId = runner.start(device, name, arguments, &error);
-    });
-    QObject::disconnect(&runner, &DCommandRunner::sigFinished, &runner, nullptr);
+    const QMetaObject::Connection connection = QObject::connect(
+        &runner, &DCommandRunner::sigFinished, &runner,
+        [&](quint64 id, const QString&, bool ok, const QVariantMap& results) {
+            if (id == runId)
+                outcome = {true, ok, results};
+        });
+    QString error;
+    runId = runner.start(device, name, arguments, &error);
+    QTest::qWaitFor([&] { return outcome.finished; }, waitMs);
+    QObject::disconnect(connection);
     return outcome;
 }
