@@ -1,11 +1,8 @@
-// The serial driver plug-in, loaded by Qt's loader, on a real pseudo-terminal: the test
-// plays the device at the terminal's other end.
-#include "d_abstract_plugin.h"
-#include "d_instruction_router.h"
+// The serial driver plug-in, loaded by the workstation's loader, on a real pseudo-terminal:
+// the test plays the device at the terminal's other end.
 #include "d_pseudo_terminal.h"
-#include "i_instruction_target.h"
+#include "d_test_workstation.h"
 
-#include <QPluginLoader>
 #include <QtTest>
 
 namespace {
@@ -41,25 +38,22 @@ private slots:
 
 private:
     QVariantMap call(const QString& instruction, const QVariantMap& parameters, QString* refusal = nullptr);
-    bool openPort(Device& device);
+    // With the settings the device plug-in asks for.
+    bool openPort(Device& device) { return m_ws->openDevice(device.terminal.slavePath()); }
     quint64 listen(const QString& validator, QByteArray* heard);
 
-    QScopedPointer<DInstructionRouter> m_router;
-    QScopedPointer<DAbstractPlugin> m_driver;
+    QScopedPointer<DTestWorkstation> m_ws;
+    DInstructionRouter* m_router = nullptr;
     QScopedPointer<Device> m_device;
 };
 
 void TestDriverSerial::init()
 {
-    QPluginLoader loader(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/plugins/libp_driver_serial.so");
-    auto* root = qobject_cast<IPlugin*>(loader.instance());
-    QVERIFY2(root, qPrintable(loader.errorString()));
-    m_router.reset(new DInstructionRouter);
-    m_driver.reset(dynamic_cast<DAbstractPlugin*>(root->createInstance(QUuid::createUuid())));
-    m_router->addTarget("driver", qobject_cast<IInstructionTarget*>(m_driver.data()));
+    m_ws.reset(new DTestWorkstation);
+    m_router = &m_ws->router;
     m_device.reset(new Device);
     QString error;
-    QVERIFY2(m_device->terminal.open(&error), qPrintable(error));
+    QVERIFY2(m_ws->setUp(&error) && m_device->terminal.open(&error), qPrintable(error));
 }
 
 QVariantMap TestDriverSerial::call(const QString& instruction, const QVariantMap& parameters, QString* refusal)
@@ -71,16 +65,6 @@ QVariantMap TestDriverSerial::call(const QString& instruction, const QVariantMap
                                                  refusal ? refusal : &reason);
     const bool replied = id != 0 && QTest::qWaitFor([&replies] { return !replies.isEmpty(); }, 15000);
     return replied ? replies.first() : QVariantMap();
-}
-
-// With the settings the device plug-in asks for.
-bool TestDriverSerial::openPort(Device& device)
-{
-    const QVariantMap reply = call("changeDevicePath", {{"devicePath", device.terminal.slavePath()}, {"rawMode", true},
-                                                        {"parallelListening", true}, {"baud_rate", 115200},
-                                                        {"data_bits", 8}, {"parity", 0}, {"stop_bits", 1},
-                                                        {"flow_control", 0}});
-    return reply.value("results").toMap().value("doneOk").toBool();
 }
 
 quint64 TestDriverSerial::listen(const QString& validator, QByteArray* heard)

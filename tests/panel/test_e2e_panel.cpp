@@ -147,16 +147,16 @@ void TestE2ePanel::actionsReachTheTool_data()
     QTest::addColumn<bool>("ok");
     QTest::addColumn<QString>("key");
     QTest::addColumn<QVariant>("expected");
-    QTest::newRow("apply program 2") << QByteArray("{}") << "2" << "idButtonApply" << "setProgram" << 200 << true
-                                     << "activeProfile" << QVariant("P2");
-    QTest::newRow("program not an integer") << QByteArray("{}") << "2x" << "idButtonApply" << QString() << 0 << false
-                                            << "activeProfile" << QVariant("P1");
-    QTest::newRow("lock") << QByteArray("{}") << "" << "idButtonLock" << "setLock" << 100 << true << "locked"
-                          << QVariant(true);
-    QTest::newRow("unlock") << QByteArray(R"({"locked": true})") << "" << "idButtonUnlock" << "setLock" << 100 << true
-                            << "locked" << QVariant(false);
-    QTest::newRow("no such command") << QByteArray("{}") << "" << "setDirection" << "setDirection" << 300 << false
-                                     << "locked" << QVariant(false);
+    const auto row = [](const char* row, const char* state, const char* program, const char* press,
+                        const char* treatment, int kind, bool ok, const char* key, const QVariant& expected) {
+        QTest::newRow(row) << QByteArray(state) << QString(program) << QString(press) << QString(treatment) << kind
+                           << ok << QString(key) << expected;
+    };
+    row("apply program 2", "{}", "2", "idButtonApply", "setProgram", 200, true, "activeProfile", "P2");
+    row("program not an integer", "{}", "2x", "idButtonApply", "", 0, false, "activeProfile", "P1");
+    row("lock", "{}", "", "idButtonLock", "setLock", 100, true, "locked", true);
+    row("unlock", R"({"locked": true})", "", "idButtonUnlock", "setLock", 100, true, "locked", false);
+    row("no such command", "{}", "", "setDirection", "setDirection", 300, false, "locked", false);
 }
 
 void TestE2ePanel::actionsReachTheTool()
