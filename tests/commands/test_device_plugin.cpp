@@ -158,7 +158,8 @@ void TestDevicePlugin::identityAndInstances()
     QVERIFY(!found);
 }
 
-// Against the instance init() declared the commands of.
+// Against the instance init() declared the commands of. (Their descriptions are read on the
+// command line's list, in test_field_faults.)
 void TestDevicePlugin::commandDeclaration()
 {
     QScopedPointer<IPlugin> first(root()->createInstance(QUuid::createUuid()));
@@ -178,8 +179,6 @@ void TestDevicePlugin::commandDeclaration()
         QCOMPARE(plugin->declaredCommand(name)->parent(), plugin);
         QCOMPARE(m_plugin->declaredCommand(name)->parent(), m_plugin);
     }
-    QCOMPARE(plugin->getFunctionDescription(QStringLiteral("getToolInfo")).value(QStringLiteral("description")),
-             QVariant(QStringLiteral("Get tool identification info (via HytorcHcpComm)")));
 }
 
 // The cases the end-to-end sequence does not reach, and the map each tool information reply

@@ -9,7 +9,6 @@
 
 #include <QImage>
 #include <QJSValue>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -31,7 +30,8 @@ private slots:
 private:
     void startPanel(const QByteArray& state);
     QObject* item(const QString& id) const;
-    QJsonObject stopTool();
+    // The simulator writes its state as it ends.
+    QJsonObject stopTool() { return m_tool->stopAndReadRecord().value("state").toObject(); }
 
     QTemporaryDir m_dir;
     DSimulatedTool* m_tool = nullptr;
@@ -72,7 +72,7 @@ void TestE2ePanel::startPanel(const QByteArray& state)
     QFile stateFile(m_dir.filePath("state.json"));
     QVERIFY(stateFile.open(QIODevice::WriteOnly) && stateFile.write(state) == state.size());
     stateFile.close();
-    QVERIFY(m_tool->start({"--state", stateFile.fileName(), "--record", m_dir.filePath("record.json")}));
+    QVERIFY(m_tool->start({"--state", stateFile.fileName(), "--record", m_tool->recordPath()}));
     QString error;
     QVERIFY2(m_station->setUp(&error), qPrintable(error));
     QVERIFY(m_station->openDevice(m_tool->linkPath()));
@@ -96,17 +96,6 @@ QObject* TestE2ePanel::item(const QString& id) const
             return child;
     }
     return nullptr;
-}
-
-// The simulator writes its state as it ends.
-QJsonObject TestE2ePanel::stopTool()
-{
-    delete m_tool;
-    m_tool = nullptr;
-    QFile record(m_dir.filePath("record.json"));
-    if (!record.open(QIODevice::ReadOnly))
-        return {};
-    return QJsonDocument::fromJson(record.readAll()).object().value("state").toObject();
 }
 
 void TestE2ePanel::loadsAndShowsToolInfo()
