@@ -197,7 +197,6 @@ void TestBluetooth::connectRetryAndFailureRoads()
     qputenv("PATH", tools.pathVariable());
     std::vector<std::unique_ptr<DTestWorkstation>> stations;
     std::vector<std::unique_ptr<DInstructionTap>> taps;
-    QHash<quint64, QVariantMap> results;
     for (const DRoad& road : roads) {
         if (*road.verb)
             tools.play(QByteArray(road.verb) == "bind" ? "rfcomm" : "bluetoothctl", road.verb, road.script, road.mac);
@@ -207,17 +206,14 @@ void TestBluetooth::connectRetryAndFailureRoads()
         QVERIFY2(station.setUp(&error), qPrintable(error));
         taps.push_back(std::make_unique<DInstructionTap>(qobject_cast<IInstructionTarget*>(station.driver)));
         station.router.addTarget("driver", taps.back().get());
-        QObject::connect(&station.runner, &DCommandRunner::sigFinished, &station.runner,
-                         [&results, i = stations.size() - 1](quint64, const QString&, bool, const QVariantMap& r) {
-                             results.insert(quint64(i), r);
-                         });
-        QVERIFY(station.runner.start(station.device, "searchAndConnect", {{"serialId", road.mac}}, &error));
+        QVERIFY(station.start("searchAndConnect", {{"serialId", road.mac}}, &error));
     }
-    QTRY_COMPARE_WITH_TIMEOUT(results.size(), int(std::size(roads)), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(std::all_of(stations.begin(), stations.end(), [](const auto& s) { return s->last.finished; }),
+                             30000);
     for (int i = 0; i < int(std::size(roads)); ++i) {
         const DRoad& road = roads[i];
         const DInstructionTap& tap = *taps[i];
-        QCOMPARE(results.value(i), (QVariantMap{{"doneOk", false}, {"failed", true}}));
+        QCOMPARE(stations[i]->last.results, (QVariantMap{{"doneOk", false}, {"failed", true}}));
         const auto trusts = tools.calls(QStringLiteral("trust ") + road.mac);
         QVERIFY2(trusts.size() == road.trusts, road.name);
         QVERIFY2(tools.calls(QStringLiteral("connect ") + road.mac).size() == road.connects, road.name);

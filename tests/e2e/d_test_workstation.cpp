@@ -9,6 +9,16 @@
 
 bool DTestWorkstation::setUp(QString* error)
 {
+    QObject::connect(&runner, &DCommandRunner::sigFinished, &runner,
+                     [this](quint64 id, const QString&, bool ok, const QVariantMap& results) {
+                         if (id == m_runId)
+                             last = {true, ok, results};
+                     });
+    QObject::connect(&runner, &DCommandRunner::sigResultsUpdated, &runner,
+                     [this](quint64, const QString&, const QVariantMap& changed) {
+                         if (changed.contains("eventData"))
+                             published << changed.value("eventData");
+                     });
     if (!host.loadPlugins(qEnvironmentVariable("HYTORC_BUILD_DIR") + QStringLiteral("/plugins"), error))
         return false;
     IPlugin* deviceRoot = host.rootPlugin(QStringLiteral("Plugin Device Hytorc"));
@@ -38,19 +48,17 @@ bool DTestWorkstation::openDevice(const QString& path)
     return QTest::qWaitFor([&] { return *opened >= 0; }, 10000) && *opened == 1;
 }
 
+bool DTestWorkstation::start(const QString& name, const QVariantMap& arguments, QString* error)
+{
+    last = Outcome();
+    m_runId = runner.start(device, name, arguments, error);
+    return m_runId != 0;
+}
+
 DTestWorkstation::Outcome DTestWorkstation::run(const QString& name, const QVariantMap& arguments, int waitMs)
 {
-    Outcome outcome;
-    quint64 runId = 0;
-    const QMetaObject::Connection connection = QObject::connect(
-        &runner, &DCommandRunner::sigFinished, &runner,
-        [&](quint64 id, const QString&, bool ok, const QVariantMap& results) {
-            if (id == runId)
-                outcome = {true, ok, results};
-        });
     QString error;
-    runId = runner.start(device, name, arguments, &error);
-    QTest::qWaitFor([&] { return outcome.finished; }, waitMs);
-    QObject::disconnect(connection);
-    return outcome;
+    if (start(name, arguments, &error))
+        QTest::qWaitFor([this] { return last.finished; }, waitMs);
+    return last;
 }
