@@ -15,6 +15,20 @@
 #include <QResource>
 #include <QtTest>
 
+namespace {
+
+// What one test builds. Members go in reverse order: the panel and its engine before the
+// plug-ins that registered its types.
+struct DPanelRig {
+    DSimulatedTool tool;
+    DTestWorkstation station;
+    DBackendHost backendHost{&station.runner};
+    QQmlEngine engine;
+    QScopedPointer<QQuickItem> panel;
+};
+
+} // namespace
+
 class TestE2ePanel : public QObject
 {
     Q_OBJECT
@@ -31,40 +45,27 @@ private:
     void startPanel(const QByteArray& state);
     QObject* item(const QString& id) const;
     // The simulator writes its state as it ends.
-    QJsonObject stopTool() { return m_tool->stopAndReadRecord().value("state").toObject(); }
+    QJsonObject stopTool() { return m_rig->tool.stopAndReadRecord().value("state").toObject(); }
 
     QTemporaryDir m_dir;
-    DSimulatedTool* m_tool = nullptr;
-    DTestWorkstation* m_station = nullptr;
-    DBackendHost* m_backendHost = nullptr;
-    QQmlEngine* m_engine = nullptr;
-    QQuickItem* m_panel = nullptr;
+    QScopedPointer<DPanelRig> m_rig;
     DAbstractPluginBackend* m_backend = nullptr;
     QStringList m_warnings;
 };
 
 void TestE2ePanel::init()
 {
-    m_tool = new DSimulatedTool;
-    m_station = new DTestWorkstation;
-    m_backendHost = new DBackendHost(&m_station->runner);
-    m_engine = new QQmlEngine;
+    m_rig.reset(new DPanelRig);
     m_warnings.clear();
-    connect(m_engine, &QQmlEngine::warnings, this, [this](const QList<QQmlError>& warnings) {
+    connect(&m_rig->engine, &QQmlEngine::warnings, this, [this](const QList<QQmlError>& warnings) {
         for (const QQmlError& warning : warnings)
             m_warnings << warning.toString();
     });
 }
 
-// The panel and its engine go before the plug-ins that registered its types.
 void TestE2ePanel::cleanup()
 {
-    delete m_panel;
-    delete m_engine;
-    delete m_backendHost;
-    delete m_station;
-    delete m_tool;
-    m_panel = nullptr;
+    m_rig.reset();
 }
 
 void TestE2ePanel::startPanel(const QByteArray& state)
@@ -72,16 +73,17 @@ void TestE2ePanel::startPanel(const QByteArray& state)
     QFile stateFile(m_dir.filePath("state.json"));
     QVERIFY(stateFile.open(QIODevice::WriteOnly) && stateFile.write(state) == state.size());
     stateFile.close();
-    QVERIFY(m_tool->start({"--state", stateFile.fileName(), "--record", m_tool->recordPath()}));
+    QVERIFY(m_rig->tool.start({"--state", stateFile.fileName(), "--record", m_rig->tool.recordPath()}));
     QString error;
-    QVERIFY2(m_station->setUp(&error), qPrintable(error));
-    QVERIFY(m_station->openDevice(m_tool->linkPath()));
-    m_backendHost->addInstance(m_station->device);
-    m_backendHost->setConnected(m_station->device, true);
+    QVERIFY2(m_rig->station.setUp(&error), qPrintable(error));
+    QVERIFY(m_rig->station.openDevice(m_rig->tool.linkPath()));
+    m_rig->backendHost.addInstance(m_rig->station.device);
+    m_rig->backendHost.setConnected(m_rig->station.device, true);
 
-    DAbstractPluginBackend::setEngineHost(m_engine, m_backendHost);
-    m_panel = DMaintenancePanelLoader::createPanel(m_engine, m_station->device, "Tool \"A\"", "ref", &error);
-    QVERIFY2(m_panel, qPrintable(error));
+    DAbstractPluginBackend::setEngineHost(&m_rig->engine, &m_rig->backendHost);
+    m_rig->panel.reset(
+        DMaintenancePanelLoader::createPanel(&m_rig->engine, m_rig->station.device, "Tool \"A\"", "ref", &error));
+    QVERIFY2(m_rig->panel, qPrintable(error));
     m_backend = qobject_cast<DAbstractPluginBackend*>(item("be"));
     QVERIFY(m_backend);
     QCOMPARE(m_backend->name(), QString("Tool \"A\""));
@@ -91,7 +93,7 @@ void TestE2ePanel::startPanel(const QByteArray& state)
 
 QObject* TestE2ePanel::item(const QString& id) const
 {
-    for (QObject* child : m_panel->findChildren<QObject*>()) {
+    for (QObject* child : m_rig->panel->findChildren<QObject*>()) {
         if (child->objectName().endsWith('.' + id))
             return child;
     }
@@ -108,10 +110,10 @@ void TestE2ePanel::loadsAndShowsToolInfo()
     QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
     QMetaObject::invokeMethod(item("idButtonGetToolInfo"), "clicked");
     QMetaObject::invokeMethod(item("idButtonLock"), "clicked");
-    QVERIFY(m_panel->property("toolInfoLoading").toBool());
+    QVERIFY(m_rig->panel->property("toolInfoLoading").toBool());
     QObject* rows = item("toolInfoListModel");
     QTRY_COMPARE_WITH_TIMEOUT(rows->property("count").toInt(), 9, 60000);
-    QVERIFY(!m_panel->property("toolInfoLoading").toBool());
+    QVERIFY(!m_rig->panel->property("toolInfoLoading").toBool());
     QVERIFY(released.count() == 1 || released.wait(60000));
     QCOMPARE(released.first().at(2), QVariant(true));
 
@@ -161,7 +163,7 @@ void TestE2ePanel::actionsReachTheTool()
     startPanel(state);
     // The tool's programs are known once listed.
     if (!program.isEmpty())
-        QCOMPARE(m_station->run("listProgram", {}, 60000).results.value("cmd_success"), QVariant(true));
+        QCOMPARE(m_rig->station.run("listProgram", {}, 60000).results.value("cmd_success"), QVariant(true));
     item("idTextFieldProgram")->setProperty("text", program);
 
     QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
@@ -173,7 +175,7 @@ void TestE2ePanel::actionsReachTheTool()
     if (!treatment.isEmpty()) {
         QVERIFY(released.wait(60000));
         QCOMPARE(released.first(), (QVariantList{kind, treatment, ok}));
-        const QString status = m_panel->property("statusText").toString();
+        const QString status = m_rig->panel->property("statusText").toString();
         QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: ")), qPrintable(status));
     }
     QCOMPARE(stopTool().value(key).toVariant(), expected);
