@@ -32,20 +32,24 @@ bool DTestWorkstation::setUp(QString* error)
     return device && driver && host.playTarget(QStringLiteral("driver"), driver);
 }
 
+QVariantMap DTestWorkstation::call(const QString& instruction, const QVariantMap& parameters, QString* refusal)
+{
+    // Shared with the reply handler, which may outlive a wait that gave up.
+    const auto replies = std::make_shared<QList<QVariantMap>>();
+    QString reason;
+    const quint64 id = router.openInstruction(QStringLiteral("driver"), instruction, parameters, 10000,
+                                              [replies](quint64, const QVariantMap& reply) { *replies << reply; },
+                                              refusal ? refusal : &reason);
+    const bool replied = id != 0 && QTest::qWaitFor([&] { return !replies->isEmpty(); }, 15000);
+    return replied ? replies->first() : QVariantMap();
+}
+
 bool DTestWorkstation::openDevice(const QString& path)
 {
     const QVariantMap settings{{"devicePath", path}, {"rawMode", true},  {"parallelListening", true},
                                {"baud_rate", 115200}, {"data_bits", 8},   {"parity", 0},
                                {"stop_bits", 1},      {"flow_control", 0}};
-    // Shared with the reply handler, which may outlive a wait that gave up.
-    const auto opened = std::make_shared<int>(-1);
-    QString refusal;
-    router.openInstruction(QStringLiteral("driver"), QStringLiteral("changeDevicePath"), settings, 5000,
-                           [opened](quint64, const QVariantMap& reply) {
-                               *opened = reply.value("results").toMap().value("doneOk").toBool();
-                           },
-                           &refusal);
-    return QTest::qWaitFor([&] { return *opened >= 0; }, 10000) && *opened == 1;
+    return call(QStringLiteral("changeDevicePath"), settings).value("results").toMap().value("doneOk").toBool();
 }
 
 bool DTestWorkstation::start(const QString& name, const QVariantMap& arguments, QString* error)

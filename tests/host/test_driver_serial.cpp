@@ -37,7 +37,10 @@ private slots:
     void vanishedPortEndsListenersAndReopens();
 
 private:
-    QVariantMap call(const QString& instruction, const QVariantMap& parameters, QString* refusal = nullptr);
+    QVariantMap call(const QString& instruction, const QVariantMap& parameters, QString* refusal = nullptr)
+    {
+        return m_ws->call(instruction, parameters, refusal);
+    }
     // With the settings the device plug-in asks for.
     bool openPort(Device& device) { return m_ws->openDevice(device.terminal.slavePath()); }
     quint64 listen(const QString& validator, QByteArray* heard);
@@ -54,17 +57,6 @@ void TestDriverSerial::init()
     m_device.reset(new Device);
     QString error;
     QVERIFY2(m_ws->setUp(&error) && m_device->terminal.open(&error), qPrintable(error));
-}
-
-QVariantMap TestDriverSerial::call(const QString& instruction, const QVariantMap& parameters, QString* refusal)
-{
-    QList<QVariantMap> replies;
-    QString reason;
-    const quint64 id = m_router->openInstruction("driver", instruction, parameters, 10000,
-                                                 [&replies](quint64, const QVariantMap& reply) { replies << reply; },
-                                                 refusal ? refusal : &reason);
-    const bool replied = id != 0 && QTest::qWaitFor([&replies] { return !replies.isEmpty(); }, 15000);
-    return replied ? replies.first() : QVariantMap();
 }
 
 quint64 TestDriverSerial::listen(const QString& validator, QByteArray* heard)
