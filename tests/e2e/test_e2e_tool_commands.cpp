@@ -1,5 +1,9 @@
 // The tool commands end to end: runtime, serial driver, a pseudo-terminal and the tool
 // simulator, checked against the simulator's own record of what it received and sent.
+// Then the heartbeat that setKeepAliveFonction hands the serial driver: after 20 s of
+// silence the driver sends it, the simulator answers with a NACK, the driver acknowledges
+// it, and the tool commands around it are not disturbed. (That no heartbeat cuts into an
+// open transaction is the driver's rule, checked in test_driver_serial.)
 #include "d_simulated_tool.h"
 #include "d_test_workstation.h"
 
@@ -8,6 +12,12 @@
 #include <QJsonArray>
 #include <QtTest>
 
+namespace {
+const QByteArray c_heartbeat = QByteArray::fromHex("00018C13") + "GET STATE BATTERY\r\n" + QByteArray::fromHex("FA8D");
+const QByteArray c_nack = QByteArray::fromHex("00010800FFF7");
+const QByteArray c_ack = QByteArray::fromHex("00014800FFB7");
+} // namespace
+
 class TestE2eToolCommands : public QObject
 {
     Q_OBJECT
@@ -15,6 +25,7 @@ class TestE2eToolCommands : public QObject
 private slots:
     void commandSequence();
     void everyReportPublishedOnce();
+    void heartbeatAfterSilence();
 };
 
 // One process, one link: what listProgram stores serves the commands after it.
@@ -89,12 +100,6 @@ void TestE2eToolCommands::everyReportPublishedOnce()
     QString error;
     QVERIFY2(ws.setUp(&error), qPrintable(error));
     QVERIFY(ws.openDevice(tool.linkPath()));
-    QVariantList published;
-    QObject::connect(&ws.runner, &DCommandRunner::sigResultsUpdated, &ws.runner,
-                     [&](quint64, const QString& name, const QVariantMap& changed) {
-                         if (name == QLatin1String("listenEventsData"))
-                             published << changed.value("eventData");
-                     });
     QVERIFY(ws.runner.start(ws.device, "listenEventsData", {}, &error) != 0);
 
     // Reports between the commands too, once the listener is there to hear them.
@@ -122,13 +127,48 @@ void TestE2eToolCommands::everyReportPublishedOnce()
     }
     QCOMPARE(shapes.size(), 5);
     QVERIFY2(expected.size() >= 6, "the reports inside the four transactions at least");
-    QCOMPARE(published.size(), expected.size());
+    QCOMPARE(ws.published.size(), expected.size());
     for (int i = 0; i < expected.size(); ++i) {
         const QVariantMap want = expected.at(i).toMap();
-        const QVariantMap got = published.at(i).toMap();
+        const QVariantMap got = ws.published.at(i).toMap();
         for (auto it = want.cbegin(); it != want.cend(); ++it)
             QCOMPARE(got.value(it.key()), it.value());
     }
+}
+
+void TestE2eToolCommands::heartbeatAfterSilence()
+{
+    DSimulatedTool tool;
+    QVERIFY(tool.start({}));
+    DTestWorkstation ws;
+    QString error;
+    QVERIFY2(ws.setUp(&error), qPrintable(error));
+    QVERIFY(ws.openDevice(tool.linkPath()));
+    QByteArray written;
+    QByteArray read;
+    QSignalSpy writes(ws.driver, SIGNAL(sigBytesWritten(QByteArray)));
+    QSignalSpy reads(ws.driver, SIGNAL(sigBytesRead(QByteArray)));
+    const auto collect = [](QSignalSpy& spy, QByteArray* bytes) {
+        for (const QList<QVariant>& call : spy)
+            *bytes += call.at(0).toByteArray();
+        spy.clear();
+    };
+
+    QVERIFY(ws.run("setKeepAliveFonction", {}, 10000).results.value("cmd_success").toBool());
+    QVERIFY(ws.run("getToolInfo", {}, 30000).results.value("cmd_success").toBool());
+    collect(writes, &written);
+    QVERIFY2(!written.contains(c_heartbeat), "no heartbeat while commands talk to the tool");
+    written.clear();
+    reads.clear();
+
+    QTRY_VERIFY_WITH_TIMEOUT((collect(writes, &written), written.contains(c_heartbeat + c_ack)), 30000);
+    collect(reads, &read);
+    QCOMPARE(read, c_nack);
+    QCOMPARE(written, c_heartbeat + c_ack);
+
+    const DTestWorkstation::Outcome after = ws.run("getToolInfo", {}, 30000);
+    QVERIFY(after.results.value("cmd_success").toBool());
+    QCOMPARE(after.results.value("deviceInformation").toMap().size(), 9);
 }
 
 QTEST_GUILESS_MAIN(TestE2eToolCommands)

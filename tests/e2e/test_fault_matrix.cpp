@@ -69,9 +69,6 @@ struct DCell {
     const DOrder* order;
     DSimulatedTool tool;
     DTestWorkstation ws;
-    bool finished = false;
-    QVariantMap results;
-    int published = 0;
 
     QString name() const { return QStringLiteral("%1 / %2").arg(fault->name, order->name); }
     bool listens() const { return QLatin1String(order->name) == QLatin1String("listenEventsData"); }
@@ -104,21 +101,10 @@ void TestFaultMatrix::everyCommandUnderEveryFault()
         QVERIFY2(cell->tool.waitUntilReady() && cell->ws.setUp(&error), qPrintable(cell->name() + error));
         QVERIFY2(cell->ws.openDevice(cell->tool.linkPath()), qPrintable(cell->name()));
         cell->ws.device->setProperty("programList", c_programs, false);
-        DCell* c = cell.get();
-        QObject::connect(&c->ws.runner, &DCommandRunner::sigFinished, &c->ws.runner,
-                         [c](quint64, const QString&, bool, const QVariantMap& results) {
-                             c->finished = true;
-                             c->results = results;
-                         });
-        QObject::connect(&c->ws.runner, &DCommandRunner::sigResultsUpdated, &c->ws.runner,
-                         [c](quint64, const QString&, const QVariantMap& changed) {
-                             c->published += changed.contains("eventData") ? 1 : 0;
-                         });
     }
     for (auto& cell : cells) {
         QString error;
-        QVERIFY2(cell->ws.runner.start(cell->ws.device, cell->order->name, cell->order->arguments, &error) != 0,
-                 qPrintable(cell->name() + error));
+        QVERIFY2(cell->ws.start(cell->order->name, cell->order->arguments, &error), qPrintable(cell->name() + error));
     }
     // Listeners are stopped the host's way once they have had time to hear a few reports.
     QTest::qWait(3000);
@@ -127,7 +113,7 @@ void TestFaultMatrix::everyCommandUnderEveryFault()
             QCOMPARE(cell->ws.runner.stop(cell->ws.device, "stopListening"), 1);
     }
     const auto unfinished = [&] {
-        return std::count_if(cells.begin(), cells.end(), [](const auto& cell) { return !cell->finished; });
+        return std::count_if(cells.begin(), cells.end(), [](const auto& cell) { return !cell->ws.last.finished; });
     };
     QTRY_COMPARE_WITH_TIMEOUT(unfinished(), 0l, 40000);
 
@@ -135,10 +121,10 @@ void TestFaultMatrix::everyCommandUnderEveryFault()
         const QString name = cell->name();
         QTRY_VERIFY2_WITH_TIMEOUT(cell->ws.router.openCount() == 0, qPrintable(name + ": an instruction left open"),
                                   2000);
-        const bool success = cell->results.value("cmd_success").toBool();
+        const bool success = cell->ws.last.results.value("cmd_success").toBool();
         if (cell->listens()) {
             // Reports are sent whatever the fault; only a NUL in the noise may swallow them.
-            QVERIFY2(cell->published > 0 || cell->fault->toolCommands == CeEither, qPrintable(name));
+            QVERIFY2(!cell->ws.published.isEmpty() || cell->fault->toolCommands == CeEither, qPrintable(name));
         } else if (!cell->order->talksToTool || cell->fault->toolCommands == CeSucceeds) {
             QVERIFY2(success, qPrintable(name + ": should succeed"));
         } else if (cell->fault->toolCommands == CeFails) {

@@ -1,85 +1,12 @@
-// The first faults a technician meets, under the real hytorc: a link lost (said at once,
-// picked up again when the port returns, the rest reported as not run when it does not;
-// the simulator drops and remakes its port) and what is typed wrong.
+// The command-line host as a user runs it, a real process over the whole chain (runtime,
+// plug-ins, serial driver, pseudo-terminal, simulator): the main job, what is typed wrong
+// or fails, one line each, a link lost (said at once, picked up again when the port returns,
+// the rest reported as not run when it does not; the simulator drops and remakes its port)
+// and Ctrl-C.
+#include "d_hytorc_process.h"
 #include "d_simulated_tool.h"
 
-#include <QElapsedTimer>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <QtTest>
-
-#include <algorithm>
-
-namespace {
-
-// hytorc as a child process; every line it writes is kept with the time it arrived.
-class DTimedHytorc
-{
-public:
-    struct Line {
-        qint64 ms;
-        QByteArray text;
-    };
-
-    explicit DTimedHytorc(const QStringList& arguments)
-    {
-        QObject::connect(&process, &QProcess::readyReadStandardOutput, [this] { take(QProcess::StandardOutput, &out); });
-        QObject::connect(&process, &QProcess::readyReadStandardError, [this] { take(QProcess::StandardError, &err); });
-        clock.start();
-        process.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc", arguments);
-    }
-    ~DTimedHytorc()
-    {
-        process.kill();
-        process.waitForFinished();
-    }
-    // When the first line holding `text` arrived; -1 if none (yet).
-    static qint64 timeOf(const QList<Line>& lines, const QByteArray& text)
-    {
-        for (const Line& line : lines) {
-            if (line.text.contains(text))
-                return line.ms;
-        }
-        return -1;
-    }
-    int count(const QByteArray& text) const
-    {
-        return int(std::count_if(err.cbegin(), err.cend(), [&](const Line& l) { return l.text.contains(text); }));
-    }
-    QList<bool> successes() const
-    {
-        QList<bool> all;
-        for (const Line& line : out) {
-            const QJsonObject object = QJsonDocument::fromJson(line.text).object();
-            if (object.contains("success"))
-                all << object.value("success").toBool();
-        }
-        return all;
-    }
-    QByteArray errText() const
-    {
-        QByteArray text;
-        for (const Line& line : err)
-            text += line.text + '\n';
-        return text;
-    }
-
-    QProcess process;
-    QElapsedTimer clock;
-    QList<Line> out;
-    QList<Line> err;
-
-private:
-    void take(QProcess::ProcessChannel channel, QList<Line>* lines)
-    {
-        process.setReadChannel(channel);
-        while (process.canReadLine())
-            lines->append({clock.elapsed(), process.readLine().trimmed()});
-    }
-};
-
-} // namespace
 
 class TestFieldFaults : public QObject
 {
@@ -87,8 +14,10 @@ class TestFieldFaults : public QObject
 
 private slots:
     void initTestCase();
-    void typedWrong_data();
-    void typedWrong();
+    void mainJobTracedAndListed();
+    void saidInOneLine_data();
+    void saidInOneLine();
+    void interruptedSequence();
     void droppedInASequence_data();
     void droppedInASequence();
     void listenerResumesAfterADrop();
@@ -107,7 +36,39 @@ void TestFieldFaults::initTestCase()
     QVERIFY(junk.open(QIODevice::WriteOnly) && junk.write("not a library") > 0);
 }
 
-void TestFieldFaults::typedWrong_data()
+void TestFieldFaults::mainJobTracedAndListed()
+{
+    DTimedHytorc traced({"--trace", "getToolInfo"});
+    QVERIFY(traced.waitForEnd(60000));
+    QVERIFY2(traced.process.exitCode() == 0, traced.errText().constData());
+    const QJsonObject result = QJsonDocument::fromJson(DTimedHytorc::text(traced.out)).object();
+    QCOMPARE(result.value("command").toString(), QStringLiteral("getToolInfo"));
+    QCOMPARE(result.value("success").toBool(), true);
+    QCOMPARE(result.value("results").toObject().value("deviceInformation").toObject().size(), 9);
+    const QByteArray err = traced.errText();
+    QVERIFY2(err.contains("host>tool 00 01 80 05 55 49 43 0d 0a fe 82 | data,link seq=0 len=5 \"UIC\\r\\n\""),
+             err.constData());
+    QVERIFY(err.contains("tool>host 00 01 48 00 ff b7 | ACK,last,link seq=0 len=0"));
+    QVERIFY(err.contains("data,last,cmd seq=1 len=21 \"GET ADMIN TOOL_INFO\\r\\n\""));
+
+    // Two orders in one process on a faulty link (checksums are not checked on receipt): one
+    // JSON object per line with --json.
+    DTimedHytorc twice({"--json", "--sim-arg=--ignore-headers=1", "--sim-arg=--split-writes=100",
+                        "--sim-arg=--noise=100", "--sim-arg=--bad-checksums=100", "--sim-arg=--reply-frames=3",
+                        "getToolInfo", "getToolInfo"});
+    QVERIFY(twice.waitForEnd(60000));
+    QCOMPARE(twice.process.exitCode(), 0);
+    QCOMPARE(twice.successes(), (QList<bool>{true, true}));
+
+    DTimedHytorc list({"--json", "list"});
+    QVERIFY(list.waitForEnd(60000));
+    QCOMPARE(list.process.exitCode(), 0);
+    const QJsonObject first = list.json(list.out.size() - 1);
+    QCOMPARE(first.value("name").toString(), QStringLiteral("getToolInfo"));
+    QCOMPARE(first.value("description").toString(), QStringLiteral("Get tool identification info (via HytorcHcpComm)"));
+}
+
+void TestFieldFaults::saidInOneLine_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode");
@@ -115,6 +76,11 @@ void TestFieldFaults::typedWrong_data()
     const auto row = [](const char* name, const QStringList& arguments, int exitCode, const char* said) {
         QTest::newRow(name) << arguments << exitCode << QByteArray(said);
     };
+    row("no command", {}, 2, "no command given");
+    row("unknown command", {"getNothing"}, 2, "unknown command \"getNothing\"");
+    row("parameter first", {"lock=1", "getToolInfo"}, 2, "comes before any command");
+    row("bad option value", {"--timeout", "soon", "getToolInfo"}, 2, "--timeout");
+    row("no plug-ins", {"--plugins", "/nonexistent", "getToolInfo"}, 2, "/nonexistent");
     row("unset device variable", {"--device", "", "getToolInfo"}, 2, "--device needs a path");
     row("sim-arg with a device", {"--device", "/dev/null", "--sim-arg=--silent", "getToolInfo"}, 2, "--sim-arg is for");
     row("bad sim-arg", {"--sim-arg=--bogus", "getToolInfo"}, 2, "Unknown option 'bogus'");
@@ -123,23 +89,33 @@ void TestFieldFaults::typedWrong_data()
     row("nameless parameter", {"getToolInfo", "=1"}, 2, "parameter \"=1\" has no name");
     row("undeclared parameter", {"getToolInfo", "lock=1"}, 0, "getToolInfo does not declare \"lock\" (declared: none)");
     row("junk in the plug-in folder", {"--plugins", "PLUGINS", "list"}, 0, "libnotes.so");
+    row("missing device", {"--device", "/nonexistent/rfcomm0", "getToolInfo"}, 1, "cannot open /nonexistent/rfcomm0");
+    // A reply that never ends is cut at the engine's bound, not left to grow the host.
+    row("reply without end", {"--sim-arg=--endless-reply", "--sim-arg=--baud=0", "getToolInfo"}, 1,
+        "getToolInfo failed: Raw buffer overflow");
+    row("stuck command", {"--timeout", "2", "--sim-arg=--silent", "getToolInfo"}, 1,
+        "getToolInfo did not finish within 2 s; stopped");
 }
 
-// One line per fault, with the exit status the README gives.
-void TestFieldFaults::typedWrong()
+// One line per fault, with the exit status the README gives; a failed command says so on stdout.
+void TestFieldFaults::saidInOneLine()
 {
     QFETCH(QStringList, arguments);
     QFETCH(int, exitCode);
     QFETCH(QByteArray, said);
     arguments.replaceInStrings("PLUGINS", m_plugins.path());
-    DTimedHytorc hytorc(arguments);
-    QTRY_VERIFY_WITH_TIMEOUT(hytorc.process.state() == QProcess::NotRunning, 60000);
+    DTimedHytorc hytorc(QStringList{"--json"} + arguments);
+    QVERIFY(hytorc.waitForEnd(60000));
     QCOMPARE(hytorc.process.exitCode(), exitCode);
     QVERIFY2(hytorc.count(said) == 1, hytorc.errText().constData());
     for (const DTimedHytorc::Line& line : hytorc.err)
         QVERIFY2(line.text.startsWith("hytorc: "), line.text.constData());
     if (exitCode == 2)
         QVERIFY(hytorc.err.size() == 1 && hytorc.out.isEmpty());
+    if (exitCode == 0)  // the host goes on; only the junk is skipped
+        QVERIFY(!hytorc.out.isEmpty() && hytorc.count("skipped in the plug-in folder") <= 1);
+    if (exitCode == 1)
+        QVERIFY(!hytorc.successes().contains(true));
 }
 
 void TestFieldFaults::droppedInASequence_data()
@@ -163,7 +139,7 @@ void TestFieldFaults::droppedInASequence()
     QVERIFY(tool.start(simulator));
     DTimedHytorc hytorc({"--json", "--reconnect", "1", "--device", tool.linkPath(), "getToolInfo", "getToolInfo",
                          "getToolInfo"});
-    QTRY_VERIFY_WITH_TIMEOUT(hytorc.process.state() == QProcess::NotRunning, 60000);
+    QVERIFY(hytorc.waitForEnd(60000));
     const qint64 ended = hytorc.clock.elapsed();
     QCOMPARE(hytorc.process.exitCode(), 1);
     QCOMPARE(hytorc.successes(), successes);
@@ -211,6 +187,20 @@ void TestFieldFaults::listenerResumesAfterADrop()
         jobs << QJsonDocument::fromJson(line.text)["update"]["eventData"]["jobId"].toString().toInt();
     QVERIFY(jobs.first() > 0);
     QCOMPARE(jobs, (QList<int>{jobs.first(), jobs.first() + 1, jobs.first() + 2}));
+}
+
+// SIGTERM (as Ctrl-C) stops the running command the host's way, and the rest of the sequence.
+void TestFieldFaults::interruptedSequence()
+{
+    DTimedHytorc hytorc({"--json", "--sim-arg=--silent", "getToolInfo", "getToolInfo"});
+    QTest::qWait(1500);
+    hytorc.process.terminate();
+    QVERIFY2(hytorc.waitForEnd(10000), "the host must not ignore the signal");
+    QCOMPARE(hytorc.process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(hytorc.process.exitCode(), 1);
+    QCOMPARE(hytorc.count("interrupted: 1 command(s) not run"), 1);
+    QCOMPARE(hytorc.successes(), QList<bool>{false});
+    QCOMPARE(hytorc.json(0).value("command").toString(), QStringLiteral("getToolInfo"));
 }
 
 QTEST_GUILESS_MAIN(TestFieldFaults)

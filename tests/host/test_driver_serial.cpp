@@ -1,11 +1,8 @@
-// The serial driver plug-in, loaded by Qt's loader, on a real pseudo-terminal: the test
-// plays the device at the terminal's other end.
-#include "d_abstract_plugin.h"
-#include "d_instruction_router.h"
+// The serial driver plug-in, loaded by the workstation's loader, on a real pseudo-terminal:
+// the test plays the device at the terminal's other end.
 #include "d_pseudo_terminal.h"
-#include "i_instruction_target.h"
+#include "d_test_workstation.h"
 
-#include <QPluginLoader>
 #include <QtTest>
 
 namespace {
@@ -40,58 +37,27 @@ private slots:
     void vanishedPortEndsListenersAndReopens();
 
 private:
-    QVariantMap call(const QString& instruction, const QVariantMap& parameters, QString* refusal = nullptr);
-    bool openPort(Device& device);
     quint64 listen(const QString& validator, QByteArray* heard);
 
-    QScopedPointer<DInstructionRouter> m_router;
-    QScopedPointer<DAbstractPlugin> m_driver;
+    QScopedPointer<DTestWorkstation> m_ws;
     QScopedPointer<Device> m_device;
 };
 
 void TestDriverSerial::init()
 {
-    QPluginLoader loader(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/plugins/libp_driver_serial.so");
-    auto* root = qobject_cast<IPlugin*>(loader.instance());
-    QVERIFY2(root, qPrintable(loader.errorString()));
-    m_router.reset(new DInstructionRouter);
-    m_driver.reset(dynamic_cast<DAbstractPlugin*>(root->createInstance(QUuid::createUuid())));
-    m_router->addTarget("driver", qobject_cast<IInstructionTarget*>(m_driver.data()));
+    m_ws.reset(new DTestWorkstation);
     m_device.reset(new Device);
     QString error;
-    QVERIFY2(m_device->terminal.open(&error), qPrintable(error));
-}
-
-QVariantMap TestDriverSerial::call(const QString& instruction, const QVariantMap& parameters, QString* refusal)
-{
-    QList<QVariantMap> replies;
-    QString reason;
-    const quint64 id = m_router->openInstruction("driver", instruction, parameters, 10000,
-                                                 [&replies](quint64, const QVariantMap& reply) { replies << reply; },
-                                                 refusal ? refusal : &reason);
-    const bool replied = id != 0 && QTest::qWaitFor([&replies] { return !replies.isEmpty(); }, 15000);
-    return replied ? replies.first() : QVariantMap();
-}
-
-// With the settings the device plug-in asks for.
-bool TestDriverSerial::openPort(Device& device)
-{
-    const QVariantMap reply = call("changeDevicePath", {{"devicePath", device.terminal.slavePath()}, {"rawMode", true},
-                                                        {"parallelListening", true}, {"baud_rate", 115200},
-                                                        {"data_bits", 8}, {"parity", 0}, {"stop_bits", 1},
-                                                        {"flow_control", 0}});
-    return reply.value("results").toMap().value("doneOk").toBool();
+    QVERIFY2(m_ws->setUp(&error) && m_device->terminal.open(&error), qPrintable(error));
 }
 
 quint64 TestDriverSerial::listen(const QString& validator, QByteArray* heard)
 {
     QString refusal;
-    return m_router->openInstruction("driver", "listenEventsData",
-                                     validator.isEmpty() ? QVariantMap()
-                                                         : QVariantMap{{"subscription", true}, {"validator", validator}},
-                                     2000,
-                                     [heard](quint64, const QVariantMap& event) { *heard += event.value("frame").toByteArray(); },
-                                     &refusal);
+    return m_ws->router.openInstruction(
+        "driver", "listenEventsData",
+        validator.isEmpty() ? QVariantMap() : QVariantMap{{"subscription", true}, {"validator", validator}}, 2000,
+        [heard](quint64, const QVariantMap& event) { *heard += event.value("frame").toByteArray(); }, &refusal);
 }
 
 void TestDriverSerial::refusals()
@@ -105,23 +71,23 @@ void TestDriverSerial::refusals()
     };
     for (const auto& instruction : unusable) {
         QString refusal;
-        QCOMPARE(call(instruction.first, instruction.second, &refusal), QVariantMap());
+        QCOMPARE(m_ws->call(instruction.first, instruction.second, &refusal), QVariantMap());
         QVERIFY2(!refusal.isEmpty(), qPrintable(instruction.first));
     }
-    const QVariantMap failed = call("changeDevicePath", {{"devicePath", "/nonexistent/ttyX"}});
+    const QVariantMap failed = m_ws->call("changeDevicePath", {{"devicePath", "/nonexistent/ttyX"}});
     QCOMPARE(failed.value("results").toMap(), (QVariantMap{{"doneOk", false}, {"devicePath", "/nonexistent/ttyX"}}));
     QVERIFY(failed.value("error").toString().startsWith("/nonexistent/ttyX: "));
 }
 
 void TestDriverSerial::keepAliveWaitsForSilenceAndStripsItsAnswer()
 {
-    QVERIFY(openPort(*m_device));
+    QVERIFY(m_ws->openDevice(m_device->terminal.slavePath()));
     QByteArray passive, transaction;
     QVERIFY(listen("listen", &passive) != 0);
     const quint64 prog = listen("prog", &transaction);
     const int silenceMs = 100;
-    QCOMPARE(call("setKeepAliveFonction",
-                  {{"frame", c_heartbeat}, {"responseFrame", c_response}, {"ackFrame", c_ack}, {"timeout", silenceMs}}),
+    QCOMPARE(m_ws->call("setKeepAliveFonction", {{"frame", c_heartbeat}, {"responseFrame", c_response},
+                                                 {"ackFrame", c_ack}, {"timeout", silenceMs}}),
              c_done);
     // No heartbeat was asked for: the bytes are the listeners'.
     QVERIFY(m_device->terminal.write(c_response) == 6);
@@ -130,7 +96,7 @@ void TestDriverSerial::keepAliveWaitsForSilenceAndStripsItsAnswer()
     QTest::qWait(8 * silenceMs);
     QCOMPARE(m_device->received, QByteArray());
 
-    QVERIFY(m_router->closeInstruction(prog));
+    QVERIFY(m_ws->router.closeInstruction(prog));
     QTRY_VERIFY_WITH_TIMEOUT(m_device->received.startsWith(c_heartbeat), 10000);
     QVERIFY(m_device->terminal.write("ab" + c_response + "cd") == 10);
     QTRY_VERIFY_WITH_TIMEOUT(m_device->received.contains(c_ack), 10000);
@@ -139,28 +105,28 @@ void TestDriverSerial::keepAliveWaitsForSilenceAndStripsItsAnswer()
 
 void TestDriverSerial::vanishedPortEndsListenersAndReopens()
 {
-    QCOMPARE(call("write", {{"frame", QByteArray("x")}}), c_notOpen);
-    QVERIFY(openPort(*m_device));
+    QCOMPARE(m_ws->call("write", {{"frame", QByteArray("x")}}), c_notOpen);
+    QVERIFY(m_ws->openDevice(m_device->terminal.slavePath()));
     QByteArray first, second;
     QVERIFY(listen(QString(), &first) && listen("listen", &second));
     m_device->terminal.close();
-    QTRY_COMPARE_WITH_TIMEOUT(m_router->openCount(), 0, 10000); // both listeners ended
-    QCOMPARE(call("write", {{"frame", QByteArray("x")}}), c_notOpen);
+    QTRY_COMPARE_WITH_TIMEOUT(m_ws->router.openCount(), 0, 10000); // both listeners ended
+    QCOMPARE(m_ws->call("write", {{"frame", QByteArray("x")}}), c_notOpen);
 
     Device replacement;
     QString error;
     QVERIFY2(replacement.terminal.open(&error), qPrintable(error));
-    QVERIFY(openPort(replacement));
+    QVERIFY(m_ws->openDevice(replacement.terminal.slavePath()));
     QByteArray again;
     QVERIFY(listen(QString(), &again) != 0);
     // NUL, CR, LF, 0xFF, XON, XOFF and DEL pass untouched, both ways, only on a raw line.
     const QByteArray raw("\x00\x0D\x0A\xFF\x11\x13\x7F\x0A\x0D", 9);
     QVERIFY(replacement.terminal.write(raw) == raw.size());
     QTRY_COMPARE_WITH_TIMEOUT(again, raw, 10000);
-    QCOMPARE(call("write", {{"frame", raw}}), c_done);
+    QCOMPARE(m_ws->call("write", {{"frame", raw}}), c_done);
     QTRY_COMPARE_WITH_TIMEOUT(replacement.received, raw, 10000);
-    QCOMPARE(call("closeConnection", {}), c_done);
-    QCOMPARE(call("write", {{"frame", raw}}), c_notOpen);
+    QCOMPARE(m_ws->call("closeConnection", {}), c_done);
+    QCOMPARE(m_ws->call("write", {{"frame", raw}}), c_notOpen);
 }
 
 QTEST_GUILESS_MAIN(TestDriverSerial)

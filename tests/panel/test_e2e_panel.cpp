@@ -9,12 +9,25 @@
 
 #include <QImage>
 #include <QJSValue>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QResource>
 #include <QtTest>
+
+namespace {
+
+// What one test builds. Members go in reverse order: the panel and its engine before the
+// plug-ins that registered its types.
+struct DPanelRig {
+    DSimulatedTool tool;
+    DTestWorkstation station;
+    DBackendHost backendHost{&station.runner};
+    QQmlEngine engine;
+    QScopedPointer<QQuickItem> panel;
+};
+
+} // namespace
 
 class TestE2ePanel : public QObject
 {
@@ -31,40 +44,28 @@ private slots:
 private:
     void startPanel(const QByteArray& state);
     QObject* item(const QString& id) const;
-    QJsonObject stopTool();
+    // The simulator writes its state as it ends.
+    QJsonObject stopTool() { return m_rig->tool.stopAndReadRecord().value("state").toObject(); }
 
     QTemporaryDir m_dir;
-    DSimulatedTool* m_tool = nullptr;
-    DTestWorkstation* m_station = nullptr;
-    DBackendHost* m_backendHost = nullptr;
-    QQmlEngine* m_engine = nullptr;
-    QQuickItem* m_panel = nullptr;
+    QScopedPointer<DPanelRig> m_rig;
     DAbstractPluginBackend* m_backend = nullptr;
     QStringList m_warnings;
 };
 
 void TestE2ePanel::init()
 {
-    m_tool = new DSimulatedTool;
-    m_station = new DTestWorkstation;
-    m_backendHost = new DBackendHost(&m_station->runner);
-    m_engine = new QQmlEngine;
+    m_rig.reset(new DPanelRig);
     m_warnings.clear();
-    connect(m_engine, &QQmlEngine::warnings, this, [this](const QList<QQmlError>& warnings) {
+    connect(&m_rig->engine, &QQmlEngine::warnings, this, [this](const QList<QQmlError>& warnings) {
         for (const QQmlError& warning : warnings)
             m_warnings << warning.toString();
     });
 }
 
-// The panel and its engine go before the plug-ins that registered its types.
 void TestE2ePanel::cleanup()
 {
-    delete m_panel;
-    delete m_engine;
-    delete m_backendHost;
-    delete m_station;
-    delete m_tool;
-    m_panel = nullptr;
+    m_rig.reset();
 }
 
 void TestE2ePanel::startPanel(const QByteArray& state)
@@ -72,16 +73,17 @@ void TestE2ePanel::startPanel(const QByteArray& state)
     QFile stateFile(m_dir.filePath("state.json"));
     QVERIFY(stateFile.open(QIODevice::WriteOnly) && stateFile.write(state) == state.size());
     stateFile.close();
-    QVERIFY(m_tool->start({"--state", stateFile.fileName(), "--record", m_dir.filePath("record.json")}));
+    QVERIFY(m_rig->tool.start({"--state", stateFile.fileName(), "--record", m_rig->tool.recordPath()}));
     QString error;
-    QVERIFY2(m_station->setUp(&error), qPrintable(error));
-    QVERIFY(m_station->openDevice(m_tool->linkPath()));
-    m_backendHost->addInstance(m_station->device);
-    m_backendHost->setConnected(m_station->device, true);
+    QVERIFY2(m_rig->station.setUp(&error), qPrintable(error));
+    QVERIFY(m_rig->station.openDevice(m_rig->tool.linkPath()));
+    m_rig->backendHost.addInstance(m_rig->station.device);
+    m_rig->backendHost.setConnected(m_rig->station.device, true);
 
-    DAbstractPluginBackend::setEngineHost(m_engine, m_backendHost);
-    m_panel = DMaintenancePanelLoader::createPanel(m_engine, m_station->device, "Tool \"A\"", "ref", &error);
-    QVERIFY2(m_panel, qPrintable(error));
+    DAbstractPluginBackend::setEngineHost(&m_rig->engine, &m_rig->backendHost);
+    m_rig->panel.reset(
+        DMaintenancePanelLoader::createPanel(&m_rig->engine, m_rig->station.device, "Tool \"A\"", "ref", &error));
+    QVERIFY2(m_rig->panel, qPrintable(error));
     m_backend = qobject_cast<DAbstractPluginBackend*>(item("be"));
     QVERIFY(m_backend);
     QCOMPARE(m_backend->name(), QString("Tool \"A\""));
@@ -91,22 +93,11 @@ void TestE2ePanel::startPanel(const QByteArray& state)
 
 QObject* TestE2ePanel::item(const QString& id) const
 {
-    for (QObject* child : m_panel->findChildren<QObject*>()) {
+    for (QObject* child : m_rig->panel->findChildren<QObject*>()) {
         if (child->objectName().endsWith('.' + id))
             return child;
     }
     return nullptr;
-}
-
-// The simulator writes its state as it ends.
-QJsonObject TestE2ePanel::stopTool()
-{
-    delete m_tool;
-    m_tool = nullptr;
-    QFile record(m_dir.filePath("record.json"));
-    if (!record.open(QIODevice::ReadOnly))
-        return {};
-    return QJsonDocument::fromJson(record.readAll()).object().value("state").toObject();
 }
 
 void TestE2ePanel::loadsAndShowsToolInfo()
@@ -119,10 +110,10 @@ void TestE2ePanel::loadsAndShowsToolInfo()
     QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
     QMetaObject::invokeMethod(item("idButtonGetToolInfo"), "clicked");
     QMetaObject::invokeMethod(item("idButtonLock"), "clicked");
-    QVERIFY(m_panel->property("toolInfoLoading").toBool());
+    QVERIFY(m_rig->panel->property("toolInfoLoading").toBool());
     QObject* rows = item("toolInfoListModel");
     QTRY_COMPARE_WITH_TIMEOUT(rows->property("count").toInt(), 9, 60000);
-    QVERIFY(!m_panel->property("toolInfoLoading").toBool());
+    QVERIFY(!m_rig->panel->property("toolInfoLoading").toBool());
     QVERIFY(released.count() == 1 || released.wait(60000));
     QCOMPARE(released.first().at(2), QVariant(true));
 
@@ -143,19 +134,20 @@ void TestE2ePanel::actionsReachTheTool_data()
     QTest::addColumn<QString>("program");
     QTest::addColumn<QString>("press");
     QTest::addColumn<QString>("treatment");  // empty: nothing may be sent
+    QTest::addColumn<int>("kind");
     QTest::addColumn<bool>("ok");
     QTest::addColumn<QString>("key");
     QTest::addColumn<QVariant>("expected");
-    QTest::newRow("apply program 2") << QByteArray("{}") << "2" << "idButtonApply" << "setProgram" << true
-                                     << "activeProfile" << QVariant("P2");
-    QTest::newRow("program not an integer") << QByteArray("{}") << "2x" << "idButtonApply" << QString() << false
-                                            << "activeProfile" << QVariant("P1");
-    QTest::newRow("lock") << QByteArray("{}") << "" << "idButtonLock" << "setLock" << true << "locked"
-                          << QVariant(true);
-    QTest::newRow("unlock") << QByteArray(R"({"locked": true})") << "" << "idButtonUnlock" << "setLock" << true
-                            << "locked" << QVariant(false);
-    QTest::newRow("no such command") << QByteArray("{}") << "" << "setDirection" << "setDirection" << false
-                                     << "locked" << QVariant(false);
+    const auto row = [](const char* row, const char* state, const char* program, const char* press,
+                        const char* treatment, int kind, bool ok, const char* key, const QVariant& expected) {
+        QTest::newRow(row) << QByteArray(state) << QString(program) << QString(press) << QString(treatment) << kind
+                           << ok << QString(key) << expected;
+    };
+    row("apply program 2", "{}", "2", "idButtonApply", "setProgram", 200, true, "activeProfile", "P2");
+    row("program not an integer", "{}", "2x", "idButtonApply", "", 0, false, "activeProfile", "P1");
+    row("lock", "{}", "", "idButtonLock", "setLock", 100, true, "locked", true);
+    row("unlock", R"({"locked": true})", "", "idButtonUnlock", "setLock", 100, true, "locked", false);
+    row("no such command", "{}", "", "setDirection", "setDirection", 300, false, "locked", false);
 }
 
 void TestE2ePanel::actionsReachTheTool()
@@ -164,13 +156,14 @@ void TestE2ePanel::actionsReachTheTool()
     QFETCH(QString, program);
     QFETCH(QString, press);
     QFETCH(QString, treatment);
+    QFETCH(int, kind);
     QFETCH(bool, ok);
     QFETCH(QString, key);
     QFETCH(QVariant, expected);
     startPanel(state);
     // The tool's programs are known once listed.
     if (!program.isEmpty())
-        QCOMPARE(m_station->run("listProgram", {}, 60000).results.value("cmd_success"), QVariant(true));
+        QCOMPARE(m_rig->station.run("listProgram", {}, 60000).results.value("cmd_success"), QVariant(true));
     item("idTextFieldProgram")->setProperty("text", program);
 
     QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
@@ -181,9 +174,8 @@ void TestE2ePanel::actionsReachTheTool()
     QCOMPARE(m_backend->hasPendingTreatments(), !treatment.isEmpty());
     if (!treatment.isEmpty()) {
         QVERIFY(released.wait(60000));
-        QCOMPARE(released.first().at(1).toString(), treatment);
-        QCOMPARE(released.first().at(2).toBool(), ok);
-        const QString status = m_panel->property("statusText").toString();
+        QCOMPARE(released.first(), (QVariantList{kind, treatment, ok}));
+        const QString status = m_rig->panel->property("statusText").toString();
         QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: ")), qPrintable(status));
     }
     QCOMPARE(stopTool().value(key).toVariant(), expected);

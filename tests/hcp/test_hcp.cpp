@@ -1,5 +1,6 @@
-// HCP transaction engine, driven by tool frames; every byte it asks to write is checked.
-// The retry timer is expired on demand through its slot and its intervals are read off it.
+// The HCP link. The frame codec: worked frames, decoding, extraction from the stream, line
+// judging. The transaction engine, driven by tool frames: every byte it asks to write is
+// checked. The retry timer is expired on demand through its slot and its intervals are read off it.
 #include "hytorc_hcp_comm.h"
 #include "hytorc_hcp_frame.h"
 
@@ -13,6 +14,16 @@ namespace {
 QByteArray hex(const char* text)
 {
     return QByteArray::fromHex(QByteArray(text).replace(' ', ""));
+}
+
+// The decoded map as one line: only the keys present, in their order.
+QString mapText(const QVariantMap& map)
+{
+    QStringList parts;
+    for (auto it = map.cbegin(); it != map.cend(); ++it)
+        parts << it.key() + '=' + (it.value().userType() == QMetaType::QByteArray ? it.value().toByteArray().toHex()
+                                                                                   : it.value().toString());
+    return parts.join(' ');
 }
 
 const QByteArray c_toolInfo = "GET ADMIN TOOL_INFO\r\n";
@@ -105,17 +116,26 @@ struct Engine {
 
 } // namespace
 
-class TestHcpComm : public QObject
+class TestHcp : public QObject
 {
     Q_OBJECT
 
 private slots:
     void initTestCase() { qInstallMessageHandler(captureCriticals); }
     void init() { g_criticals.clear(); }
+    void workedFrames_data();
+    void workedFrames();
+    void parse_data();
+    void parse();
+    void extract_data();
+    void extract();
+    void payloadLines_data();
+    void payloadLines();
+    void judgeReply_data();
+    void judgeReply();
     void fullTransaction();
     void replyInFramesAndChunks_data();
     void replyInFramesAndChunks();
-    void toolError();
     void ignoredFrames_data();
     void ignoredFrames();
     void eventInEveryState_data();
@@ -129,7 +149,139 @@ private slots:
     void reentrantPeer();
 };
 
-void TestHcpComm::fullTransaction()
+void TestHcp::workedFrames_data()
+{
+    QTest::addColumn<QByteArray>("built");
+    QTest::addColumn<QByteArray>("expected");
+    QTest::newRow("seq 3, no flags") << HytorcHcpFrame::buildFrame("A", false, false, false, 7)
+                                     << hex("00 00 B0 01 41 FF 0E");
+    QTest::newRow("length cut to 10 bits") << HytorcHcpFrame::buildFrame(QByteArray(1025, 'x'), false, false, true, 0)
+                                                  .left(4)
+                                           << hex("00 00 88 01");
+    QTest::newRow("300 bytes") << HytorcHcpFrame::encodeFrame(0x02, 0x83, QByteArray(300, 'a')).left(4) << hex("00 02 81 2C");
+}
+
+void TestHcp::workedFrames()
+{
+    QFETCH(QByteArray, built);
+    QFETCH(QByteArray, expected);
+    QCOMPARE(built.toHex(' '), expected.toHex(' '));
+}
+
+void TestHcp::parse_data()
+{
+    QTest::addColumn<QByteArray>("frame");
+    QTest::addColumn<QString>("decoded");
+    QTest::newRow("fewer than 6 bytes") << hex("00 01 48 00 FF") << "valid=false";
+    QTest::newRow("N=300, 200 bytes") << hex("00 02 89 2C") + QByteArray(200, 'p')
+                                      << "isAck=false isLast=true isToolInitiated=true valid=false";
+    QTest::newRow("N=0") << hex("00 00 80 00 FF 80")
+                         << "isAck=false isLast=false isToolInitiated=false payload= valid=true";
+    QTest::newRow("no checksum") << hex("00 00 80 02 41 42")
+                                 << "isAck=false isLast=false isToolInitiated=false payload=4142 valid=true";
+    QTest::newRow("wrong checksum") << hex("00 00 88 01 41 00 00")
+                                    << "isAck=false isLast=true isToolInitiated=false payload=41 valid=true";
+    QTest::newRow("data frame never ACK") << hex("00 01 C8 00 FF 37")
+                                          << "isAck=false isLast=true isToolInitiated=false payload= valid=true";
+    QTest::newRow("tool event") << toolEvent("E")
+                                << "isAck=false isLast=true isToolInitiated=true payload=45 valid=true";
+}
+
+void TestHcp::parse()
+{
+    QFETCH(QByteArray, frame);
+    QFETCH(QString, decoded);
+    QCOMPARE(mapText(HytorcHcpFrame::parseFrame(frame)), decoded);
+}
+
+void TestHcp::extract_data()
+{
+    QTest::addColumn<QByteArray>("buffer");
+    QTest::addColumn<QList<QByteArray>>("frames");
+    QTest::addColumn<QByteArray>("rest");
+    const QByteArray a = reply("A\r\n", false);
+    const QByteArray b = reply("B\r\n");
+    const QByteArray ack = HytorcHcpFrame::buildAckFrame();
+    const QByteArray longFrame = reply(QByteArray(300, 'L'));
+    QTest::newRow("5 bytes kept") << hex("41 42 43 44 45") << QList<QByteArray>() << hex("41 42 43 44 45");
+    QTest::newRow("no start: emptied") << QByteArray("0123456789") << QList<QByteArray>() << QByteArray();
+    QTest::newRow("noise around") << "ABC" + a + "noise!" + b << QList<QByteArray>{a, b} << QByteArray();
+    QTest::newRow("noise before a partial") << "xyz" + b.left(5) + "q" << QList<QByteArray>() << b.left(5) + "q";
+    QTest::newRow("stray 0x00 is a start") << hex("41 00 7E 80 02") + "XYZZ" + b
+                                           << QList<QByteArray>{hex("00 7E 80 02") + "XYZZ", b} << QByteArray();
+    QTest::newRow("stray 0x00 swallows") << hex("41 00 01 83 FF") + b << QList<QByteArray>()
+                                         << hex("00 01 83 FF") + b;
+    QTest::newRow("300 of 306") << longFrame.left(305) << QList<QByteArray>() << longFrame.left(305);
+    QTest::newRow("short tail kept") << ack + "abcde" << QList<QByteArray>{ack} << QByteArray("abcde");
+    QTest::newRow("6-byte tail searched") << ack + "abcdef" << QList<QByteArray>{ack} << QByteArray();
+}
+
+void TestHcp::extract()
+{
+    QFETCH(QByteArray, buffer);
+    QFETCH(QList<QByteArray>, frames);
+    QFETCH(QByteArray, rest);
+    QList<QByteArray> got;
+    HytorcHcpFrame::extractFrames(buffer, [&got](const QByteArray& frame) { got << frame; });
+    QCOMPARE(got, frames);
+    QCOMPARE(buffer.toHex(' '), rest.toHex(' '));
+}
+
+void TestHcp::payloadLines_data()
+{
+    QTest::addColumn<QByteArray>("payload");
+    QTest::addColumn<QStringList>("lines");
+    QTest::newRow("runs of CR LF, trimmed") << QByteArray("RESPONSE\r\n\r\n  model X \r\r\n\tserial 1\n")
+                                            << QStringList{"RESPONSE", "model X", "serial 1"};
+    QTest::newRow("up to the NUL") << QByteArray("one\r\ntwo\0three\r\n", 16) << QStringList{"one", "two"};
+    QTest::newRow("NUL first") << QByteArray("\0abc", 4) << QStringList();
+    QTest::newRow("blanks only") << QByteArray("  \r\n \t \r\n") << QStringList();
+    QTest::newRow("UTF-8") << QByteArray("Drehmoment \xC3\x9C" "ber\r\n 12,5 N\xC2\xB7m\xC2\xA0\r\n")
+                           << QStringList{QString::fromUtf8("Drehmoment \xC3\x9C" "ber"),
+                                          QString::fromUtf8("12,5 N\xC2\xB7m")};
+}
+
+void TestHcp::payloadLines()
+{
+    QFETCH(QByteArray, payload);
+    QFETCH(QStringList, lines);
+    QCOMPARE(HytorcHcpFrame::payloadLines(payload), lines);
+}
+
+void TestHcp::judgeReply_data()
+{
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<QStringList>("kept");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("framing words and echo dropped")
+        << QStringList{"HCD", "RESPONSE", "UIC", "GET ADMIN TOOL_INFO", "model X", "ERRORCODE,0", "PASSED", "serial 9"}
+        << QStringList{"model X", "serial 9"} << QString();
+    QTest::newRow("ERRORCODE,3") << QStringList{"RESPONSE", "ERRORCODE,3"} << QStringList()
+                                 << "Tool returned error: ERRORCODE,3";
+    QTest::newRow("ERRORCODE alone") << QStringList{"ERRORCODE"} << QStringList() << "Tool returned error: ERRORCODE";
+    QTest::newRow("stops at the first error") << QStringList{"a", "ERRORCODE,7", "b", "FAILED"} << QStringList{"a"}
+                                              << "Tool returned error: ERRORCODE,7";
+    QTest::newRow("FAILED") << QStringList{"x", "FAILED"} << QStringList{"x"} << "Tool returned error: FAILED";
+    QTest::newRow("lower case is data") << QStringList{"passed", "failed", "errorcode,1", "hcd", "uic"}
+                                        << QStringList{"passed", "failed", "errorcode,1", "hcd", "uic"} << QString();
+    QTest::newRow("words inside lines are data") << QStringList{"NOT FAILED", "PASSED!"}
+                                                 << QStringList{"NOT FAILED", "PASSED!"} << QString();
+    QTest::newRow("trimmed") << QStringList{"  PASSED ", "\tv 1 ", ""} << QStringList{"v 1"} << QString();
+}
+
+void TestHcp::judgeReply()
+{
+    QFETCH(QStringList, lines);
+    QFETCH(QStringList, kept);
+    QFETCH(QString, error);
+    QStringList got{"before"};
+    QString gotError;
+    QCOMPARE(HytorcHcpFrame::judgeReplyLines(lines, " GET ADMIN TOOL_INFO\r\n", &got, &gotError), error.isEmpty());
+    QCOMPARE(got, QStringList{"before"} + kept);
+    QCOMPARE(gotError, error);
+}
+
+void TestHcp::fullTransaction()
 {
     Engine e;
     QElapsedTimer clock;
@@ -156,7 +308,7 @@ void TestHcpComm::fullTransaction()
     QVERIFY(e.toState(2, 1));
 }
 
-void TestHcpComm::replyInFramesAndChunks_data()
+void TestHcp::replyInFramesAndChunks_data()
 {
     QTest::addColumn<QList<QByteArray>>("chunks");
     QTest::addColumn<QStringList>("lines");
@@ -168,15 +320,12 @@ void TestHcpComm::replyInFramesAndChunks_data()
     QTest::newRow("three frames") << QList<QByteArray>{reply("RESPONSE\r\n1\r\n", false), reply("2\r\n3\r\n", false),
                                                        reply("4\r\nPASSED\r\n")}
                                   << QStringList{"1", "2", "3", "4"} << 3;
-    QTest::newRow("three frames, one chunk") << QList<QByteArray>{reply("a\r\n", false) + reply("b\r\n", false)
-                                                                  + reply("c\r\n")}
-                                             << QStringList{"a", "b", "c"} << 3;
     QTest::newRow("long frame in pieces") << pieces << QStringList{QString(150, 'a'), QString(150, 'b')} << 1;
     QTest::newRow("NACK ends it") << QList<QByteArray>{reply("gathered\r\n", false), HytorcHcpFrame::buildNackFrame()}
                                   << QStringList{"gathered"} << 2;
 }
 
-void TestHcpComm::replyInFramesAndChunks()
+void TestHcp::replyInFramesAndChunks()
 {
     QFETCH(QList<QByteArray>, chunks);
     QFETCH(QStringList, lines);
@@ -193,22 +342,7 @@ void TestHcpComm::replyInFramesAndChunks()
     QCOMPARE(e.errors.count(), 0);
 }
 
-void TestHcpComm::toolError()
-{
-    // Acknowledged; the error ends the transaction for the command, though the engine
-    // stays in state 3 and would still collect what follows.
-    Engine e;
-    QVERIFY(e.toState(3));
-    e.feed(reply("before\r\nERRORCODE,3\r\nskipped\r\n", false));
-    QCOMPARE(e.takeWrites(), acks(1));
-    QCOMPARE(e.lastError(), QStringLiteral("Tool returned error: ERRORCODE,3"));
-    QCOMPARE(e.timer(), 0);
-    e.feed(reply("after\r\n"));
-    QCOMPARE(e.lastData(), (QStringList{"before", "after"}));
-    QCOMPARE(e.errors.count(), 1);
-}
-
-void TestHcpComm::ignoredFrames_data()
+void TestHcp::ignoredFrames_data()
 {
     QTest::addColumn<int>("state");
     QTest::addColumn<QByteArray>("frame");
@@ -222,7 +356,7 @@ void TestHcpComm::ignoredFrames_data()
     QTest::newRow("5 of 7 bytes FF not junk") << 3 << hex("41 42 FF FF FF FF FF");
 }
 
-void TestHcpComm::ignoredFrames()
+void TestHcp::ignoredFrames()
 {
     QFETCH(int, state);
     QFETCH(QByteArray, frame);
@@ -241,7 +375,7 @@ void TestHcpComm::ignoredFrames()
     QCOMPARE(e.lastData(), QStringList{"kept"});
 }
 
-void TestHcpComm::eventInEveryState_data()
+void TestHcp::eventInEveryState_data()
 {
     QTest::addColumn<int>("state");
     QTest::addColumn<bool>("byPrefix");
@@ -251,7 +385,7 @@ void TestHcpComm::eventInEveryState_data()
     }
 }
 
-void TestHcpComm::eventInEveryState()
+void TestHcp::eventInEveryState()
 {
     QFETCH(int, state);
     QFETCH(bool, byPrefix);
@@ -260,16 +394,16 @@ void TestHcpComm::eventInEveryState()
     QVERIFY(e.toState(state));
     const int timer = e.timer();
     e.feed(byPrefix ? reply(payload + "UIC\r\n", false) : toolEvent(payload, false));
-    e.feed(toolEvent("PASSED\r\nFAILED\r\n"));
+    e.feed(toolEvent("PASSED\r\n\r\nFAILED\r\nERRORCODE,2\r\n"));  // a report's ERRORCODE is no error
     QCOMPARE(e.takeWrites(), acks(2));
     QCOMPARE(e.events.count(), 1);
-    QCOMPARE(e.lastEvent(), (byPrefix ? QStringList{"SET EVENT LOG", "TQ,1", "UIC", "PASSED", "FAILED"}
-                                      : QStringList{"SET EVENT LOG", "TQ,1", "PASSED", "FAILED"}));
+    QCOMPARE(e.lastEvent(), (byPrefix ? QStringList{"SET EVENT LOG", "TQ,1", "UIC", "PASSED", "FAILED", "ERRORCODE,2"}
+                                      : QStringList{"SET EVENT LOG", "TQ,1", "PASSED", "FAILED", "ERRORCODE,2"}));
     QCOMPARE(e.data.count() + e.errors.count(), 0);
     QCOMPARE(e.timer(), timer); // the transaction's state and timer are not touched
 }
 
-void TestHcpComm::eventLinesCapped()
+void TestHcp::eventLinesCapped()
 {
     Engine e;
     QByteArray many;
@@ -287,7 +421,7 @@ void TestHcpComm::eventLinesCapped()
     QCOMPARE(e.lastEvent(), QStringList{"D"});
 }
 
-void TestHcpComm::chunkNumbers()
+void TestHcp::chunkNumbers()
 {
     Engine e;
     QVERIFY(e.toState(1));
@@ -308,7 +442,7 @@ void TestHcpComm::chunkNumbers()
     QCOMPARE(e.events.count(), 2);
 }
 
-void TestHcpComm::purges_data()
+void TestHcp::purges_data()
 {
     // Chunks fed in state 3: the critical line they bring (0 for none) and the ACKs sent.
     QTest::addColumn<QList<QByteArray>>("chunks");
@@ -333,7 +467,7 @@ void TestHcpComm::purges_data()
                                       << "Raw buffer overflow 66495 > 65536" << 64;
 }
 
-void TestHcpComm::purges()
+void TestHcp::purges()
 {
     QFETCH(QList<QByteArray>, chunks);
     QFETCH(int, line);
@@ -356,7 +490,7 @@ void TestHcpComm::purges()
     QCOMPARE(e.lastData(), QStringList{"fine"});
 }
 
-void TestHcpComm::retriesKeepLinesThenTimeout()
+void TestHcp::retriesKeepLinesThenTimeout()
 {
     Engine e;
     QVERIFY(e.toState(1));
@@ -390,7 +524,7 @@ void TestHcpComm::retriesKeepLinesThenTimeout()
     QCOMPARE(e.signalCount(), 2);
 }
 
-void TestHcpComm::resetAndNewRequestForget()
+void TestHcp::resetAndNewRequestForget()
 {
     const QByteArray rest = reply("rest\r\n");
     Engine e;
@@ -421,7 +555,7 @@ void TestHcpComm::resetAndNewRequestForget()
     QCOMPARE(e.lastData(), QStringList{"new"});
 }
 
-void TestHcpComm::reentrantPeer()
+void TestHcp::reentrantPeer()
 {
     // A command resets its engine from sigDataReady: what followed the last frame in the
     // same chunk goes with the buffer. A peer answering from inside sigWriteRequest feeds
@@ -448,5 +582,5 @@ void TestHcpComm::reentrantPeer()
     QCOMPARE(e.lastEvent(), QStringList{"F"});
 }
 
-QTEST_GUILESS_MAIN(TestHcpComm)
-#include "test_hcp_comm.moc"
+QTEST_GUILESS_MAIN(TestHcp)
+#include "test_hcp.moc"
