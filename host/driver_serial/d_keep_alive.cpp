@@ -26,16 +26,32 @@ void DKeepAlive::configure(const QByteArray& frame, const QByteArray& responseFr
 
 QByteArray DKeepAlive::filter(const QByteArray& chunk)
 {
+    QByteArray data = m_held + chunk;
+    m_held.clear();
     // While a transaction runs, every byte is the transaction's.
     if (!m_awaitingResponse || m_transactionInFlight())
-        return chunk;
-    const int at = chunk.indexOf(m_responseFrame);
+        return data;
+    const int at = data.indexOf(m_responseFrame);
     if (at < 0)
-        return chunk;
+        return holdAnswerStart(data);
     m_awaitingResponse = false;
     if (!m_ackFrame.isEmpty())
         m_link->write(m_ackFrame, nullptr);
-    return QByteArray(chunk).remove(at, m_responseFrame.size());
+    return data.remove(at, m_responseFrame.size());
+}
+
+// The port hands over what it has read so far: at 115200 baud the six bytes of the
+// answer may come in two reads.
+QByteArray DKeepAlive::holdAnswerStart(QByteArray data)
+{
+    for (int n = qMin(m_responseFrame.size() - 1, data.size()); n > 0; --n) {
+        if (data.endsWith(m_responseFrame.left(n))) {
+            m_held = data.right(n);
+            data.chop(n);
+            break;
+        }
+    }
+    return data;
 }
 
 void DKeepAlive::onActivity()
@@ -48,6 +64,7 @@ void DKeepAlive::onActivity()
 void DKeepAlive::onPortStateChanged()
 {
     m_awaitingResponse = false;
+    m_held.clear();
     m_silence.stop();
     onActivity();
 }

@@ -22,9 +22,11 @@ public:
     void configure(const QByteArray& frame, const QByteArray& responseFrame, const QByteArray& ackFrame,
                    int silenceMs);
     // A chunk read without the tool's answer to the last heartbeat, which is acknowledged.
+    // An answer cut between two reads is found too: its beginning waits for the next read.
     QByteArray filter(const QByteArray& chunk);
 
 private:
+    QByteArray holdAnswerStart(QByteArray data);
     void onActivity();
     void onPortStateChanged();
     void onSilence();
@@ -36,6 +38,7 @@ private:
     QByteArray m_ackFrame;
     QTimer m_silence;
     bool m_awaitingResponse = false;
+    QByteArray m_held;  // the first bytes of an answer that the next read may complete
 };
 
 #endif // D_KEEP_ALIVE_H
