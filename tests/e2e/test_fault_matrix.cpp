@@ -81,57 +81,55 @@ class TestFaultMatrix : public QObject
     Q_OBJECT
 
 private slots:
-    void everyCommandUnderEveryFault();
+    void everyCommandUnderEveryFault()
+    {
+        std::vector<std::unique_ptr<DCell>> cells;
+        for (const DFault& fault : c_faults) {
+            for (const DOrder& order : c_orders) {
+                cells.push_back(std::make_unique<DCell>());
+                DCell& cell = *cells.back();
+                cell.fault = &fault;
+                cell.order = &order;
+                cell.tool.launch(fault.simArguments + (cell.listens() ? QStringList{"--event-period=300"} : QStringList()));
+            }
+        }
+        for (auto& cell : cells) {
+            QString error;
+            QVERIFY2(cell->tool.waitUntilReady() && cell->ws.setUp(&error, cell->tool.linkPath()),
+                     qPrintable(cell->name() + error));
+            cell->ws.device->setProperty("programList", c_programs, false);
+        }
+        for (auto& cell : cells) {
+            QString error;
+            QVERIFY2(cell->ws.start(cell->order->name, cell->order->arguments, &error), qPrintable(cell->name() + error));
+        }
+        // Listeners are stopped the host's way once they have had time to hear a few reports.
+        QTest::qWait(3000);
+        for (auto& cell : cells) {
+            if (cell->listens())
+                QCOMPARE(cell->ws.runner.stop(cell->ws.device, "stopListening"), 1);
+        }
+        const auto unfinished = [&] {
+            return std::count_if(cells.begin(), cells.end(), [](const auto& cell) { return !cell->ws.last.finished; });
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(unfinished(), 0l, 40000);
+
+        for (auto& cell : cells) {
+            const QString name = cell->name();
+            QTRY_VERIFY2_WITH_TIMEOUT(cell->ws.router.openCount() == 0, qPrintable(name + ": an instruction left open"),
+                                      2000);
+            const bool success = cell->ws.last.results.value("cmd_success").toBool();
+            if (cell->listens()) {
+                // Reports are sent whatever the fault; only a NUL in the noise may swallow them.
+                QVERIFY2(!cell->ws.published.isEmpty() || cell->fault->toolCommands == CeEither, qPrintable(name));
+            } else if (!cell->order->talksToTool || cell->fault->toolCommands == CeSucceeds) {
+                QVERIFY2(success, qPrintable(name + ": should succeed"));
+            } else if (cell->fault->toolCommands == CeFails) {
+                QVERIFY2(!success, qPrintable(name + ": should fail"));
+            }
+        }
+    }
 };
-
-void TestFaultMatrix::everyCommandUnderEveryFault()
-{
-    std::vector<std::unique_ptr<DCell>> cells;
-    for (const DFault& fault : c_faults) {
-        for (const DOrder& order : c_orders) {
-            cells.push_back(std::make_unique<DCell>());
-            DCell& cell = *cells.back();
-            cell.fault = &fault;
-            cell.order = &order;
-            cell.tool.launch(fault.simArguments + (cell.listens() ? QStringList{"--event-period=300"} : QStringList()));
-        }
-    }
-    for (auto& cell : cells) {
-        QString error;
-        QVERIFY2(cell->tool.waitUntilReady() && cell->ws.setUp(&error), qPrintable(cell->name() + error));
-        QVERIFY2(cell->ws.openDevice(cell->tool.linkPath()), qPrintable(cell->name()));
-        cell->ws.device->setProperty("programList", c_programs, false);
-    }
-    for (auto& cell : cells) {
-        QString error;
-        QVERIFY2(cell->ws.start(cell->order->name, cell->order->arguments, &error), qPrintable(cell->name() + error));
-    }
-    // Listeners are stopped the host's way once they have had time to hear a few reports.
-    QTest::qWait(3000);
-    for (auto& cell : cells) {
-        if (cell->listens())
-            QCOMPARE(cell->ws.runner.stop(cell->ws.device, "stopListening"), 1);
-    }
-    const auto unfinished = [&] {
-        return std::count_if(cells.begin(), cells.end(), [](const auto& cell) { return !cell->ws.last.finished; });
-    };
-    QTRY_COMPARE_WITH_TIMEOUT(unfinished(), 0l, 40000);
-
-    for (auto& cell : cells) {
-        const QString name = cell->name();
-        QTRY_VERIFY2_WITH_TIMEOUT(cell->ws.router.openCount() == 0, qPrintable(name + ": an instruction left open"),
-                                  2000);
-        const bool success = cell->ws.last.results.value("cmd_success").toBool();
-        if (cell->listens()) {
-            // Reports are sent whatever the fault; only a NUL in the noise may swallow them.
-            QVERIFY2(!cell->ws.published.isEmpty() || cell->fault->toolCommands == CeEither, qPrintable(name));
-        } else if (!cell->order->talksToTool || cell->fault->toolCommands == CeSucceeds) {
-            QVERIFY2(success, qPrintable(name + ": should succeed"));
-        } else if (cell->fault->toolCommands == CeFails) {
-            QVERIFY2(!success, qPrintable(name + ": should fail"));
-        }
-    }
-}
 
 QTEST_GUILESS_MAIN(TestFaultMatrix)
 #include "test_fault_matrix.moc"

@@ -13,195 +13,181 @@ class TestFieldFaults : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void mainJobTracedAndListed();
-    void saidInOneLine_data();
-    void saidInOneLine();
-    void interruptedSequence();
-    void droppedInASequence_data();
-    void droppedInASequence();
-    void listenerResumesAfterADrop();
+    // The real plug-ins beside a file that is no plug-in at all.
+    void initTestCase()
+    {
+        const QString built = qEnvironmentVariable("HYTORC_BUILD_DIR") + "/plugins/";
+        for (const char* name : {"libp_device_hytorc.so", "libp_driver_serial.so"})
+            QVERIFY(QFile::link(built + name, m_plugins.filePath(name)));
+        QFile junk(m_plugins.filePath("libnotes.so"));
+        QVERIFY(junk.open(QIODevice::WriteOnly) && junk.write("not a library") > 0);
+    }
+
+    void mainJobTracedAndListed()
+    {
+        DTimedHytorc traced({"--trace", "getToolInfo"});
+        QVERIFY(traced.waitForEnd(60000));
+        QVERIFY2(traced.process.exitCode() == 0, traced.errText().constData());
+        const QJsonObject result = QJsonDocument::fromJson(DTimedHytorc::text(traced.out)).object();
+        QCOMPARE(result.value("command").toString(), QStringLiteral("getToolInfo"));
+        QCOMPARE(result.value("success").toBool(), true);
+        QCOMPARE(result.value("results").toObject().value("deviceInformation").toObject().size(), 9);
+        const QByteArray err = traced.errText();
+        QVERIFY2(err.contains("host>tool 00 01 80 05 55 49 43 0d 0a fe 82 | data,link seq=0 len=5 \"UIC\\r\\n\""),
+                 err.constData());
+        QVERIFY(err.contains("tool>host 00 01 48 00 ff b7 | ACK,last,link seq=0 len=0"));
+        QVERIFY(err.contains("data,last,cmd seq=1 len=21 \"GET ADMIN TOOL_INFO\\r\\n\""));
+
+        // Two orders in one process on a faulty link (checksums are not checked on receipt): one
+        // JSON object per line with --json.
+        DTimedHytorc twice({"--json", "--sim-arg=--ignore-headers=1", "--sim-arg=--split-writes=100",
+                            "--sim-arg=--noise=100", "--sim-arg=--bad-checksums=100", "--sim-arg=--reply-frames=3",
+                            "getToolInfo", "getToolInfo"});
+        QVERIFY(twice.waitForEnd(60000));
+        QCOMPARE(twice.process.exitCode(), 0);
+        QCOMPARE(twice.successes(), (QList<bool>{true, true}));
+
+        DTimedHytorc list({"--json", "list"});
+        QVERIFY(list.waitForEnd(60000));
+        QCOMPARE(list.process.exitCode(), 0);
+        const QJsonObject first = list.json(list.out.size() - 1);
+        QCOMPARE(first.value("name").toString(), QStringLiteral("getToolInfo"));
+        QCOMPARE(first.value("description").toString(), QStringLiteral("Get tool identification info (via HytorcHcpComm)"));
+    }
+
+    void saidInOneLine_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QByteArray>("said");
+        const auto row = [](const char* name, const QStringList& arguments, int exitCode, const char* said) {
+            QTest::newRow(name) << arguments << exitCode << QByteArray(said);
+        };
+        row("no command", {}, 2, "no command given");
+        row("unknown command", {"getNothing"}, 2, "unknown command \"getNothing\"");
+        row("parameter first", {"lock=1", "getToolInfo"}, 2, "comes before any command");
+        row("bad option value", {"--timeout", "soon", "getToolInfo"}, 2, "--timeout");
+        row("no plug-ins", {"--plugins", "/nonexistent", "getToolInfo"}, 2, "/nonexistent");
+        row("unset device variable", {"--device", "", "getToolInfo"}, 2, "--device needs a path");
+        row("sim-arg with a device", {"--device", "/dev/null", "--sim-arg=--silent", "getToolInfo"}, 2, "--sim-arg is for");
+        row("bad sim-arg", {"--sim-arg=--bogus", "getToolInfo"}, 2, "Unknown option 'bogus'");
+        row("for without a listener", {"--for", "1", "getToolInfo"}, 2, "--for only limits a recurrent command");
+        row("timeout beyond a timer", {"--timeout", "1e300", "getToolInfo"}, 2, "--timeout takes a number of seconds");
+        row("nameless parameter", {"getToolInfo", "=1"}, 2, "parameter \"=1\" has no name");
+        row("undeclared parameter", {"getToolInfo", "lock=1"}, 0, "getToolInfo does not declare \"lock\" (declared: none)");
+        row("junk in the plug-in folder", {"--plugins", "PLUGINS", "list"}, 0, "libnotes.so");
+        row("missing device", {"--device", "/nonexistent/rfcomm0", "getToolInfo"}, 1, "cannot open /nonexistent/rfcomm0");
+        // A reply that never ends is cut at the engine's bound, not left to grow the host.
+        row("reply without end", {"--sim-arg=--endless-reply", "--sim-arg=--baud=0", "getToolInfo"}, 1,
+            "getToolInfo failed: Raw buffer overflow");
+        row("stuck command", {"--timeout", "2", "--sim-arg=--silent", "getToolInfo"}, 1,
+            "getToolInfo did not finish within 2 s; stopped");
+    }
+
+    // One line per fault, with the exit status the README gives; a failed command says so on stdout.
+    void saidInOneLine()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QByteArray, said);
+        arguments.replaceInStrings("PLUGINS", m_plugins.path());
+        DTimedHytorc hytorc(QStringList{"--json"} + arguments);
+        QVERIFY(hytorc.waitForEnd(60000));
+        QCOMPARE(hytorc.process.exitCode(), exitCode);
+        QVERIFY2(hytorc.count(said) == 1, hytorc.errText().constData());
+        for (const DTimedHytorc::Line& line : hytorc.err)
+            QVERIFY2(line.text.startsWith("hytorc: "), line.text.constData());
+        if (exitCode == 2)
+            QVERIFY(hytorc.err.size() == 1 && hytorc.out.isEmpty());
+        if (exitCode == 0)  // the host goes on; only the junk is skipped
+            QVERIFY(!hytorc.out.isEmpty() && hytorc.count("skipped in the plug-in folder") <= 1);
+        if (exitCode == 1)
+            QVERIFY(!hytorc.successes().contains(true));
+    }
+
+    // SIGTERM (as Ctrl-C) stops the running command the host's way, and the rest of the sequence.
+    void interruptedSequence()
+    {
+        DTimedHytorc hytorc({"--json", "--sim-arg=--silent", "getToolInfo", "getToolInfo"});
+        QTest::qWait(1500);
+        hytorc.process.terminate();
+        QVERIFY2(hytorc.waitForEnd(10000), "the host must not ignore the signal");
+        QCOMPARE(hytorc.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(hytorc.process.exitCode(), 1);
+        QCOMPARE(hytorc.count("interrupted: 1 command(s) not run"), 1);
+        QCOMPARE(hytorc.successes(), QList<bool>{false});
+        QCOMPARE(hytorc.json(0).value("command").toString(), QStringLiteral("getToolInfo"));
+    }
+
+    // The fifth frame the tool receives is the second command's request: the drop comes mid-command.
+    void droppedInASequence_data()
+    {
+        QTest::addColumn<bool>("back");
+        QTest::newRow("port back") << true;
+        QTest::newRow("port never back") << false;
+    }
+
+    void droppedInASequence()
+    {
+        QFETCH(bool, back);
+        DSimulatedTool tool;
+        QVERIFY(tool.start(QStringList{"--drop-after=5"} + (back ? QStringList{"--reopen-after=300"} : QStringList())));
+        DTimedHytorc hytorc({"--json", "--reconnect", "1", "--device", tool.linkPath(), "getToolInfo", "getToolInfo",
+                             "getToolInfo"});
+        QVERIFY(hytorc.waitForEnd(60000));
+        const qint64 ended = hytorc.clock.elapsed();
+        QCOMPARE(hytorc.process.exitCode(), 1);
+        QCOMPARE(hytorc.successes(), (back ? QList<bool>{true, false, true} : QList<bool>{true, false}));
+        const QByteArray ending = back ? "link back: " : "link not back within 1 s: 1 command(s) not run";
+
+        // One line says it, once, naming the port and the cause; no retries repeat it.
+        const QByteArray lost = "hytorc: link lost: " + tool.linkPath().toUtf8() + " (line hung up)";
+        QVERIFY2(hytorc.count(lost) == 1 && hytorc.count("link lost") == 1, hytorc.errText().constData());
+        QVERIFY2(hytorc.count("Serial port not open") == 0 && hytorc.count(ending) == 1, hytorc.errText().constData());
+        // Said within 1 s of the first result, the drop being a few frames later; the plug-in's
+        // retries alone would take 18 s. Generous slack for a loaded machine.
+        const qint64 firstResult = hytorc.out.first().ms;
+        QVERIFY2(DTimedHytorc::timeOf(hytorc.err, "link lost") - firstResult < 1000 + 2000, hytorc.errText().constData());
+        // Bounded by --reconnect 1 s, not by the plug-in's retries.
+        QVERIFY2(ended - DTimedHytorc::timeOf(hytorc.err, "link lost") < 1000 + 4000, hytorc.errText().constData());
+    }
+
+    void listenerResumesAfterADrop()
+    {
+        DSimulatedTool tool;
+        QVERIFY(tool.start({"--reopen-after=300"}));
+        DTimedHytorc hytorc({"--json", "--device", tool.linkPath(), "listenEventsData"});
+        const auto updates = [&] { return hytorc.out.size(); };
+        // Events until the listener hears one: it takes its time to start on a loaded machine.
+        for (int i = 0; i < 40 && updates() == 0; ++i) {
+            tool.say("event");
+            QTest::qWait(500);
+        }
+        QVERIFY(updates() > 0);
+        tool.say("drop");
+        QTRY_VERIFY_WITH_TIMEOUT(DTimedHytorc::timeOf(hytorc.err, "link back") >= 0, 10000);
+        // The listener is open again once "link back" is said: every report sent from then on arrives.
+        const int before = updates();
+        for (int i = 0; i < 3; ++i)
+            tool.say("event");
+        QTRY_COMPARE_WITH_TIMEOUT(updates(), before + 3, 10000);
+        hytorc.process.terminate();  // Ctrl-C: the host's stop
+        QTRY_VERIFY_WITH_TIMEOUT(hytorc.process.state() == QProcess::NotRunning, 10000);
+        QCOMPARE(hytorc.process.exitCode(), 0);
+        QCOMPARE(hytorc.count("link lost"), 2);  // said once, counted once in the summary
+        QVERIFY2(hytorc.count(QByteArray::number(before + 3) + " results") == 1
+                     && hytorc.count("; link lost 1 time(s), ") == 1,
+                 hytorc.errText().constData());
+        QList<int> jobs;  // the simulator numbers its events
+        for (const DTimedHytorc::Line& line : hytorc.out.mid(before, 3))
+            jobs << QJsonDocument::fromJson(line.text)["update"]["eventData"]["jobId"].toString().toInt();
+        QVERIFY(jobs.first() > 0);
+        QCOMPARE(jobs, (QList<int>{jobs.first(), jobs.first() + 1, jobs.first() + 2}));
+    }
 
 private:
     QTemporaryDir m_plugins;
 };
-
-// The real plug-ins beside a file that is no plug-in at all.
-void TestFieldFaults::initTestCase()
-{
-    const QString built = qEnvironmentVariable("HYTORC_BUILD_DIR") + "/plugins/";
-    for (const char* name : {"libp_device_hytorc.so", "libp_driver_serial.so"})
-        QVERIFY(QFile::link(built + name, m_plugins.filePath(name)));
-    QFile junk(m_plugins.filePath("libnotes.so"));
-    QVERIFY(junk.open(QIODevice::WriteOnly) && junk.write("not a library") > 0);
-}
-
-void TestFieldFaults::mainJobTracedAndListed()
-{
-    DTimedHytorc traced({"--trace", "getToolInfo"});
-    QVERIFY(traced.waitForEnd(60000));
-    QVERIFY2(traced.process.exitCode() == 0, traced.errText().constData());
-    const QJsonObject result = QJsonDocument::fromJson(DTimedHytorc::text(traced.out)).object();
-    QCOMPARE(result.value("command").toString(), QStringLiteral("getToolInfo"));
-    QCOMPARE(result.value("success").toBool(), true);
-    QCOMPARE(result.value("results").toObject().value("deviceInformation").toObject().size(), 9);
-    const QByteArray err = traced.errText();
-    QVERIFY2(err.contains("host>tool 00 01 80 05 55 49 43 0d 0a fe 82 | data,link seq=0 len=5 \"UIC\\r\\n\""),
-             err.constData());
-    QVERIFY(err.contains("tool>host 00 01 48 00 ff b7 | ACK,last,link seq=0 len=0"));
-    QVERIFY(err.contains("data,last,cmd seq=1 len=21 \"GET ADMIN TOOL_INFO\\r\\n\""));
-
-    // Two orders in one process on a faulty link (checksums are not checked on receipt): one
-    // JSON object per line with --json.
-    DTimedHytorc twice({"--json", "--sim-arg=--ignore-headers=1", "--sim-arg=--split-writes=100",
-                        "--sim-arg=--noise=100", "--sim-arg=--bad-checksums=100", "--sim-arg=--reply-frames=3",
-                        "getToolInfo", "getToolInfo"});
-    QVERIFY(twice.waitForEnd(60000));
-    QCOMPARE(twice.process.exitCode(), 0);
-    QCOMPARE(twice.successes(), (QList<bool>{true, true}));
-
-    DTimedHytorc list({"--json", "list"});
-    QVERIFY(list.waitForEnd(60000));
-    QCOMPARE(list.process.exitCode(), 0);
-    const QJsonObject first = list.json(list.out.size() - 1);
-    QCOMPARE(first.value("name").toString(), QStringLiteral("getToolInfo"));
-    QCOMPARE(first.value("description").toString(), QStringLiteral("Get tool identification info (via HytorcHcpComm)"));
-}
-
-void TestFieldFaults::saidInOneLine_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QByteArray>("said");
-    const auto row = [](const char* name, const QStringList& arguments, int exitCode, const char* said) {
-        QTest::newRow(name) << arguments << exitCode << QByteArray(said);
-    };
-    row("no command", {}, 2, "no command given");
-    row("unknown command", {"getNothing"}, 2, "unknown command \"getNothing\"");
-    row("parameter first", {"lock=1", "getToolInfo"}, 2, "comes before any command");
-    row("bad option value", {"--timeout", "soon", "getToolInfo"}, 2, "--timeout");
-    row("no plug-ins", {"--plugins", "/nonexistent", "getToolInfo"}, 2, "/nonexistent");
-    row("unset device variable", {"--device", "", "getToolInfo"}, 2, "--device needs a path");
-    row("sim-arg with a device", {"--device", "/dev/null", "--sim-arg=--silent", "getToolInfo"}, 2, "--sim-arg is for");
-    row("bad sim-arg", {"--sim-arg=--bogus", "getToolInfo"}, 2, "Unknown option 'bogus'");
-    row("for without a listener", {"--for", "1", "getToolInfo"}, 2, "--for only limits a recurrent command");
-    row("timeout beyond a timer", {"--timeout", "1e300", "getToolInfo"}, 2, "--timeout takes a number of seconds");
-    row("nameless parameter", {"getToolInfo", "=1"}, 2, "parameter \"=1\" has no name");
-    row("undeclared parameter", {"getToolInfo", "lock=1"}, 0, "getToolInfo does not declare \"lock\" (declared: none)");
-    row("junk in the plug-in folder", {"--plugins", "PLUGINS", "list"}, 0, "libnotes.so");
-    row("missing device", {"--device", "/nonexistent/rfcomm0", "getToolInfo"}, 1, "cannot open /nonexistent/rfcomm0");
-    // A reply that never ends is cut at the engine's bound, not left to grow the host.
-    row("reply without end", {"--sim-arg=--endless-reply", "--sim-arg=--baud=0", "getToolInfo"}, 1,
-        "getToolInfo failed: Raw buffer overflow");
-    row("stuck command", {"--timeout", "2", "--sim-arg=--silent", "getToolInfo"}, 1,
-        "getToolInfo did not finish within 2 s; stopped");
-}
-
-// One line per fault, with the exit status the README gives; a failed command says so on stdout.
-void TestFieldFaults::saidInOneLine()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(int, exitCode);
-    QFETCH(QByteArray, said);
-    arguments.replaceInStrings("PLUGINS", m_plugins.path());
-    DTimedHytorc hytorc(QStringList{"--json"} + arguments);
-    QVERIFY(hytorc.waitForEnd(60000));
-    QCOMPARE(hytorc.process.exitCode(), exitCode);
-    QVERIFY2(hytorc.count(said) == 1, hytorc.errText().constData());
-    for (const DTimedHytorc::Line& line : hytorc.err)
-        QVERIFY2(line.text.startsWith("hytorc: "), line.text.constData());
-    if (exitCode == 2)
-        QVERIFY(hytorc.err.size() == 1 && hytorc.out.isEmpty());
-    if (exitCode == 0)  // the host goes on; only the junk is skipped
-        QVERIFY(!hytorc.out.isEmpty() && hytorc.count("skipped in the plug-in folder") <= 1);
-    if (exitCode == 1)
-        QVERIFY(!hytorc.successes().contains(true));
-}
-
-void TestFieldFaults::droppedInASequence_data()
-{
-    QTest::addColumn<QStringList>("simulator");
-    QTest::addColumn<QList<bool>>("successes");
-    QTest::addColumn<QByteArray>("ending");
-    // The fifth frame the tool receives is the second command's request: the drop comes mid-command.
-    QTest::newRow("port back") << QStringList{"--drop-after=5", "--reopen-after=300"} << QList<bool>{true, false, true}
-                               << QByteArray("link back: ");
-    QTest::newRow("port never back") << QStringList{"--drop-after=5"} << QList<bool>{true, false}
-                                     << QByteArray("link not back within 1 s: 1 command(s) not run");
-}
-
-void TestFieldFaults::droppedInASequence()
-{
-    QFETCH(QStringList, simulator);
-    QFETCH(QList<bool>, successes);
-    QFETCH(QByteArray, ending);
-    DSimulatedTool tool;
-    QVERIFY(tool.start(simulator));
-    DTimedHytorc hytorc({"--json", "--reconnect", "1", "--device", tool.linkPath(), "getToolInfo", "getToolInfo",
-                         "getToolInfo"});
-    QVERIFY(hytorc.waitForEnd(60000));
-    const qint64 ended = hytorc.clock.elapsed();
-    QCOMPARE(hytorc.process.exitCode(), 1);
-    QCOMPARE(hytorc.successes(), successes);
-
-    // One line says it, once, naming the port and the cause; no retries repeat it.
-    const QByteArray lost = "hytorc: link lost: " + tool.linkPath().toUtf8() + " (line hung up)";
-    QVERIFY2(hytorc.count(lost) == 1 && hytorc.count("link lost") == 1, hytorc.errText().constData());
-    QVERIFY2(hytorc.count("Serial port not open") == 0 && hytorc.count(ending) == 1, hytorc.errText().constData());
-    // Said within 1 s of the first result, the drop being a few frames later; the plug-in's
-    // retries alone would take 18 s. Generous slack for a loaded machine.
-    const qint64 firstResult = hytorc.out.first().ms;
-    QVERIFY2(DTimedHytorc::timeOf(hytorc.err, "link lost") - firstResult < 1000 + 2000, hytorc.errText().constData());
-    // Bounded by --reconnect 1 s, not by the plug-in's retries.
-    QVERIFY2(ended - DTimedHytorc::timeOf(hytorc.err, "link lost") < 1000 + 4000, hytorc.errText().constData());
-}
-
-void TestFieldFaults::listenerResumesAfterADrop()
-{
-    DSimulatedTool tool;
-    QVERIFY(tool.start({"--reopen-after=300"}));
-    DTimedHytorc hytorc({"--json", "--device", tool.linkPath(), "listenEventsData"});
-    const auto updates = [&] { return hytorc.out.size(); };
-    // Events until the listener hears one: it takes its time to start on a loaded machine.
-    for (int i = 0; i < 40 && updates() == 0; ++i) {
-        tool.say("event");
-        QTest::qWait(500);
-    }
-    QVERIFY(updates() > 0);
-    tool.say("drop");
-    QTRY_VERIFY_WITH_TIMEOUT(DTimedHytorc::timeOf(hytorc.err, "link back") >= 0, 10000);
-    // The listener is open again once "link back" is said: every report sent from then on arrives.
-    const int before = updates();
-    for (int i = 0; i < 3; ++i)
-        tool.say("event");
-    QTRY_COMPARE_WITH_TIMEOUT(updates(), before + 3, 10000);
-    hytorc.process.terminate();  // Ctrl-C: the host's stop
-    QTRY_VERIFY_WITH_TIMEOUT(hytorc.process.state() == QProcess::NotRunning, 10000);
-    QCOMPARE(hytorc.process.exitCode(), 0);
-    QCOMPARE(hytorc.count("link lost"), 2);  // said once, counted once in the summary
-    QVERIFY2(hytorc.count(QByteArray::number(before + 3) + " results") == 1
-                 && hytorc.count("; link lost 1 time(s), ") == 1,
-             hytorc.errText().constData());
-    QList<int> jobs;  // the simulator numbers its events
-    for (const DTimedHytorc::Line& line : hytorc.out.mid(before, 3))
-        jobs << QJsonDocument::fromJson(line.text)["update"]["eventData"]["jobId"].toString().toInt();
-    QVERIFY(jobs.first() > 0);
-    QCOMPARE(jobs, (QList<int>{jobs.first(), jobs.first() + 1, jobs.first() + 2}));
-}
-
-// SIGTERM (as Ctrl-C) stops the running command the host's way, and the rest of the sequence.
-void TestFieldFaults::interruptedSequence()
-{
-    DTimedHytorc hytorc({"--json", "--sim-arg=--silent", "getToolInfo", "getToolInfo"});
-    QTest::qWait(1500);
-    hytorc.process.terminate();
-    QVERIFY2(hytorc.waitForEnd(10000), "the host must not ignore the signal");
-    QCOMPARE(hytorc.process.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(hytorc.process.exitCode(), 1);
-    QCOMPARE(hytorc.count("interrupted: 1 command(s) not run"), 1);
-    QCOMPARE(hytorc.successes(), QList<bool>{false});
-    QCOMPARE(hytorc.json(0).value("command").toString(), QStringLiteral("getToolInfo"));
-}
 
 QTEST_GUILESS_MAIN(TestFieldFaults)
 #include "test_field_faults.moc"

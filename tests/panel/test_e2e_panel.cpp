@@ -34,16 +34,148 @@ class TestE2ePanel : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-    void loadsAndShowsToolInfo();
-    void actionsReachTheTool_data();
-    void actionsReachTheTool();
-    void viewerTakesAScreenshotAfterToolInfo();
+    void init()
+    {
+        m_rig.reset(new DPanelRig);
+        m_warnings.clear();
+        connect(&m_rig->engine, &QQmlEngine::warnings, this, [this](const QList<QQmlError>& warnings) {
+            for (const QQmlError& warning : warnings)
+                m_warnings << warning.toString();
+        });
+    }
+
+    void cleanup()
+    {
+        m_rig.reset();
+    }
+
+    void loadsAndShowsToolInfo()
+    {
+        startPanel("{}");
+        QResource panelResource(":/{4b2d6999-ab8e-4a72-bfb0-c962b68e7bda}/maintenance_panel.qml");
+        QVERIFY(panelResource.compressionAlgorithm() != QResource::NoCompression);
+
+        // Both at once: neither is lost.
+        QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
+        QMetaObject::invokeMethod(item("idButtonGetToolInfo"), "clicked");
+        QMetaObject::invokeMethod(item("idButtonLock"), "clicked");
+        QVERIFY(m_rig->panel->property("toolInfoLoading").toBool());
+        QObject* rows = item("toolInfoListModel");
+        QTRY_COMPARE_WITH_TIMEOUT(rows->property("count").toInt(), 9, 60000);
+        QVERIFY(!m_rig->panel->property("toolInfoLoading").toBool());
+        QVERIFY(released.count() == 1 || released.wait(60000));
+        QCOMPARE(released.first().at(2), QVariant(true));
+
+        const QJsonObject state = stopTool();
+        QCOMPARE(state.value("locked"), QJsonValue(true));
+        const QJsonObject toolInfo = state.value("toolInfo").toObject();
+        for (int i = 0; i < 9; ++i) {
+            QJSValue row;
+            QMetaObject::invokeMethod(rows, "get", Q_RETURN_ARG(QJSValue, row), Q_ARG(int, i));
+            QCOMPARE(row.property("value").toString(), toolInfo.value(row.property("property").toString()).toString());
+        }
+        QCOMPARE(m_warnings, QStringList());
+    }
+
+    void actionsReachTheTool_data()
+    {
+        QTest::addColumn<QByteArray>("state");
+        QTest::addColumn<QString>("program");
+        QTest::addColumn<QString>("press");
+        QTest::addColumn<QString>("treatment");  // empty: nothing may be sent
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<bool>("ok");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QVariant>("expected");
+        const auto row = [](const char* row, const char* state, const char* program, const char* press,
+                            const char* treatment, int kind, bool ok, const char* key, const QVariant& expected) {
+            QTest::newRow(row) << QByteArray(state) << QString(program) << QString(press) << QString(treatment) << kind
+                               << ok << QString(key) << expected;
+        };
+        row("apply program 2", "{}", "2", "idButtonApply", "setProgram", 200, true, "activeProfile", "P2");
+        row("program not an integer", "{}", "2x", "idButtonApply", "", 0, false, "activeProfile", "P1");
+        row("lock", "{}", "", "idButtonLock", "setLock", 100, true, "locked", true);
+        row("unlock", R"({"locked": true})", "", "idButtonUnlock", "setLock", 100, true, "locked", false);
+        row("no such command", "{}", "", "setDirection", "setDirection", 300, false, "locked", false);
+    }
+
+    void actionsReachTheTool()
+    {
+        QFETCH(QByteArray, state);
+        QFETCH(QString, program);
+        QFETCH(QString, press);
+        QFETCH(QString, treatment);
+        QFETCH(int, kind);
+        QFETCH(bool, ok);
+        QFETCH(QString, key);
+        QFETCH(QVariant, expected);
+        startPanel(state);
+        // The tool's programs are known once listed.
+        if (!program.isEmpty())
+            QCOMPARE(m_rig->station.run("listProgram", {}, 60000).results.value("cmd_success"), QVariant(true));
+        item("idTextFieldProgram")->setProperty("text", program);
+
+        QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
+        if (press == "setDirection")
+            QMetaObject::invokeMethod(item("be"), "setDirection", Q_ARG(bool, true));
+        else
+            QMetaObject::invokeMethod(item(press), "clicked");
+        QCOMPARE(m_backend->hasPendingTreatments(), !treatment.isEmpty());
+        if (!treatment.isEmpty()) {
+            QVERIFY(released.wait(60000));
+            QCOMPARE(released.first(), (QVariantList{kind, treatment, ok}));
+            const QString status = m_rig->panel->property("statusText").toString();
+            QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: ")), qPrintable(status));
+        }
+        QCOMPARE(stopTool().value(key).toVariant(), expected);
+        QCOMPARE(m_warnings, QStringList());
+    }
+
+    void viewerTakesAScreenshotAfterToolInfo()
+    {
+        QProcess viewer;
+        viewer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        const QString png = m_dir.filePath("panel.png");
+        viewer.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc-panel", {"--tool-info", "--screenshot", png});
+        QVERIFY(viewer.waitForFinished(90000));
+        QCOMPARE(viewer.exitCode(), 0);
+        // Taller than the bare panel: the nine rows of tool information are in.
+        const QImage image(png);
+        QVERIFY2(image.width() >= 480 && image.height() > 400, qPrintable(QString::number(image.height())));
+    }
 
 private:
-    void startPanel(const QByteArray& state);
-    QObject* item(const QString& id) const;
+    void startPanel(const QByteArray& state)
+    {
+        QFile stateFile(m_dir.filePath("state.json"));
+        QVERIFY(stateFile.open(QIODevice::WriteOnly) && stateFile.write(state) == state.size());
+        stateFile.close();
+        QVERIFY(m_rig->tool.start({"--state", stateFile.fileName(), "--record", m_rig->tool.recordPath()}));
+        QString error;
+        QVERIFY2(m_rig->station.setUp(&error, m_rig->tool.linkPath()), qPrintable(error));
+        m_rig->backendHost.addInstance(m_rig->station.device);
+        m_rig->backendHost.setConnected(m_rig->station.device, true);
+
+        DAbstractPluginBackend::setEngineHost(&m_rig->engine, &m_rig->backendHost);
+        m_rig->panel.reset(
+            DMaintenancePanelLoader::createPanel(&m_rig->engine, m_rig->station.device, "Tool \"A\"", "ref", &error));
+        QVERIFY2(m_rig->panel, qPrintable(error));
+        m_backend = qobject_cast<DAbstractPluginBackend*>(item("be"));
+        QVERIFY(m_backend);
+        QCOMPARE(m_backend->name(), QString("Tool \"A\""));
+        QVERIFY(m_backend->isConnected());
+        QCOMPARE(m_warnings, QStringList());
+    }
+
+    QObject* item(const QString& id) const
+    {
+        for (QObject* child : m_rig->panel->findChildren<QObject*>()) {
+            if (child->objectName().endsWith('.' + id))
+                return child;
+        }
+        return nullptr;
+    }
+
     // The simulator writes its state as it ends.
     QJsonObject stopTool() { return m_rig->tool.stopAndReadRecord().value("state").toObject(); }
 
@@ -52,148 +184,6 @@ private:
     DAbstractPluginBackend* m_backend = nullptr;
     QStringList m_warnings;
 };
-
-void TestE2ePanel::init()
-{
-    m_rig.reset(new DPanelRig);
-    m_warnings.clear();
-    connect(&m_rig->engine, &QQmlEngine::warnings, this, [this](const QList<QQmlError>& warnings) {
-        for (const QQmlError& warning : warnings)
-            m_warnings << warning.toString();
-    });
-}
-
-void TestE2ePanel::cleanup()
-{
-    m_rig.reset();
-}
-
-void TestE2ePanel::startPanel(const QByteArray& state)
-{
-    QFile stateFile(m_dir.filePath("state.json"));
-    QVERIFY(stateFile.open(QIODevice::WriteOnly) && stateFile.write(state) == state.size());
-    stateFile.close();
-    QVERIFY(m_rig->tool.start({"--state", stateFile.fileName(), "--record", m_rig->tool.recordPath()}));
-    QString error;
-    QVERIFY2(m_rig->station.setUp(&error), qPrintable(error));
-    QVERIFY(m_rig->station.openDevice(m_rig->tool.linkPath()));
-    m_rig->backendHost.addInstance(m_rig->station.device);
-    m_rig->backendHost.setConnected(m_rig->station.device, true);
-
-    DAbstractPluginBackend::setEngineHost(&m_rig->engine, &m_rig->backendHost);
-    m_rig->panel.reset(
-        DMaintenancePanelLoader::createPanel(&m_rig->engine, m_rig->station.device, "Tool \"A\"", "ref", &error));
-    QVERIFY2(m_rig->panel, qPrintable(error));
-    m_backend = qobject_cast<DAbstractPluginBackend*>(item("be"));
-    QVERIFY(m_backend);
-    QCOMPARE(m_backend->name(), QString("Tool \"A\""));
-    QVERIFY(m_backend->isConnected());
-    QCOMPARE(m_warnings, QStringList());
-}
-
-QObject* TestE2ePanel::item(const QString& id) const
-{
-    for (QObject* child : m_rig->panel->findChildren<QObject*>()) {
-        if (child->objectName().endsWith('.' + id))
-            return child;
-    }
-    return nullptr;
-}
-
-void TestE2ePanel::loadsAndShowsToolInfo()
-{
-    startPanel("{}");
-    QResource panelResource(":/{4b2d6999-ab8e-4a72-bfb0-c962b68e7bda}/maintenance_panel.qml");
-    QVERIFY(panelResource.compressionAlgorithm() != QResource::NoCompression);
-
-    // Both at once: neither is lost.
-    QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
-    QMetaObject::invokeMethod(item("idButtonGetToolInfo"), "clicked");
-    QMetaObject::invokeMethod(item("idButtonLock"), "clicked");
-    QVERIFY(m_rig->panel->property("toolInfoLoading").toBool());
-    QObject* rows = item("toolInfoListModel");
-    QTRY_COMPARE_WITH_TIMEOUT(rows->property("count").toInt(), 9, 60000);
-    QVERIFY(!m_rig->panel->property("toolInfoLoading").toBool());
-    QVERIFY(released.count() == 1 || released.wait(60000));
-    QCOMPARE(released.first().at(2), QVariant(true));
-
-    const QJsonObject state = stopTool();
-    QCOMPARE(state.value("locked"), QJsonValue(true));
-    const QJsonObject toolInfo = state.value("toolInfo").toObject();
-    for (int i = 0; i < 9; ++i) {
-        QJSValue row;
-        QMetaObject::invokeMethod(rows, "get", Q_RETURN_ARG(QJSValue, row), Q_ARG(int, i));
-        QCOMPARE(row.property("value").toString(), toolInfo.value(row.property("property").toString()).toString());
-    }
-    QCOMPARE(m_warnings, QStringList());
-}
-
-void TestE2ePanel::actionsReachTheTool_data()
-{
-    QTest::addColumn<QByteArray>("state");
-    QTest::addColumn<QString>("program");
-    QTest::addColumn<QString>("press");
-    QTest::addColumn<QString>("treatment");  // empty: nothing may be sent
-    QTest::addColumn<int>("kind");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QVariant>("expected");
-    const auto row = [](const char* row, const char* state, const char* program, const char* press,
-                        const char* treatment, int kind, bool ok, const char* key, const QVariant& expected) {
-        QTest::newRow(row) << QByteArray(state) << QString(program) << QString(press) << QString(treatment) << kind
-                           << ok << QString(key) << expected;
-    };
-    row("apply program 2", "{}", "2", "idButtonApply", "setProgram", 200, true, "activeProfile", "P2");
-    row("program not an integer", "{}", "2x", "idButtonApply", "", 0, false, "activeProfile", "P1");
-    row("lock", "{}", "", "idButtonLock", "setLock", 100, true, "locked", true);
-    row("unlock", R"({"locked": true})", "", "idButtonUnlock", "setLock", 100, true, "locked", false);
-    row("no such command", "{}", "", "setDirection", "setDirection", 300, false, "locked", false);
-}
-
-void TestE2ePanel::actionsReachTheTool()
-{
-    QFETCH(QByteArray, state);
-    QFETCH(QString, program);
-    QFETCH(QString, press);
-    QFETCH(QString, treatment);
-    QFETCH(int, kind);
-    QFETCH(bool, ok);
-    QFETCH(QString, key);
-    QFETCH(QVariant, expected);
-    startPanel(state);
-    // The tool's programs are known once listed.
-    if (!program.isEmpty())
-        QCOMPARE(m_rig->station.run("listProgram", {}, 60000).results.value("cmd_success"), QVariant(true));
-    item("idTextFieldProgram")->setProperty("text", program);
-
-    QSignalSpy released(m_backend, &DAbstractPluginBackend::treatmentReleased);
-    if (press == "setDirection")
-        QMetaObject::invokeMethod(item("be"), "setDirection", Q_ARG(bool, true));
-    else
-        QMetaObject::invokeMethod(item(press), "clicked");
-    QCOMPARE(m_backend->hasPendingTreatments(), !treatment.isEmpty());
-    if (!treatment.isEmpty()) {
-        QVERIFY(released.wait(60000));
-        QCOMPARE(released.first(), (QVariantList{kind, treatment, ok}));
-        const QString status = m_rig->panel->property("statusText").toString();
-        QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: ")), qPrintable(status));
-    }
-    QCOMPARE(stopTool().value(key).toVariant(), expected);
-    QCOMPARE(m_warnings, QStringList());
-}
-
-void TestE2ePanel::viewerTakesAScreenshotAfterToolInfo()
-{
-    QProcess viewer;
-    viewer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    const QString png = m_dir.filePath("panel.png");
-    viewer.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc-panel", {"--tool-info", "--screenshot", png});
-    QVERIFY(viewer.waitForFinished(90000));
-    QCOMPARE(viewer.exitCode(), 0);
-    // Taller than the bare panel: the nine rows of tool information are in.
-    const QImage image(png);
-    QVERIFY2(image.width() >= 480 && image.height() > 400, qPrintable(QString::number(image.height())));
-}
 
 QTEST_MAIN(TestE2ePanel)
 #include "test_e2e_panel.moc"

@@ -24,6 +24,7 @@ public:
     {
         runs.append({name, data, onEnd});
     }
+
     void answer(int run, const QVariantMap& results) { runs.at(run).onEnd({IMessenger::CeNoError, {}, results}); }
 
     QList<Run> runs;
@@ -38,119 +39,101 @@ class TestPanelRules : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-    void channelValue_data();
-    void channelValue();
-    void directionQueuedAsAsked();
-    void refusedClickIsRetriedOnLaterTurns();
-    void channelsReadOnlyWhenNothingIsPending();
-    void toolInfoTextInKeyOrder();
+    void init()
+    {
+        m_host = new DHeldBackendHost;
+        m_backend = new BeMaintenanceDeviceHytorc;
+        QVERIFY(m_backend->attachToHost(m_host));
+    }
+
+    void cleanup()
+    {
+        delete m_backend;
+        delete m_host;
+    }
+
+    // A value set twice is stored and announced once; what a channel cannot take is refused or left unset.
+    void channelValue()
+    {
+        const auto check = [](const QString& id, const QVariant& input, const QVariant& stored, bool accepted = true) {
+            const auto channel = DHytorcChannel::create({{"id", id}});
+            QSignalSpy changed(channel.data(), &DHytorcChannel::valueChanged);
+            QCOMPARE(channel->setValue(input), accepted);
+            QCOMPARE(channel->setValue(input), accepted);
+            QCOMPARE(channel->value(), stored);
+            QCOMPARE(changed.count(), stored.isValid() ? 1 : 0);
+        };
+        check("direction", QVariantList{1}, "Loosening");
+        check("direction", QVariantList{2}, QString());
+        check("direction", QVariantList{9}, QString());
+        check("currentPreset", QVariantList{"P2"}, "P2");
+        check("direction", QVariantList{1, 2, 3}, QVariant());
+        check("motorRun", true, "Fastening");
+        check("motorRun", QVariantMap{{"a", 1}}, QVariant(), false);
+    }
+
+    // The plug-in declares no setDirection: the panel's road shows its kind and failure, not its data.
+    void directionQueuedAsAsked()
+    {
+        m_backend->setDirection(true);
+        QCOMPARE(m_host->runs.size(), 1);
+        QCOMPARE(m_host->runs.first().name, QString("setDirection"));
+        QCOMPARE(m_host->runs.first().data, (QVariantMap{{"direction", 1}}));
+    }
+
+    void refusedClickIsRetriedOnLaterTurns()
+    {
+        m_backend->loadChannels({QVariantMap{{"id", "motorRun"}, {"value", QVariantList{true}}}});
+        for (int i = 0; i < DAbstractPluginBackend::c_maxPendingTreatments; ++i)
+            m_backend->setLock(true);
+        QSignalSpy delayed(m_backend, &BeMaintenanceDeviceHytorc::delayingClickedOnChannel);
+        m_backend->clickedOnChannel(0);
+        QCOMPARE(delayed.count(), 1);  // not retried inside the click
+        QTRY_VERIFY(delayed.count() >= 3);
+
+        // Room in the queue: the click gets in, behind the locks, and is not lost.
+        for (int run = 0; run < DAbstractPluginBackend::c_maxPendingTreatments; ++run)
+            m_host->answer(run, c_success);
+        QTRY_COMPARE(m_host->runs.size(), DAbstractPluginBackend::c_maxPendingTreatments + 1);
+        QCOMPARE(m_host->runs.last().data, (QVariantMap{{"channel", "motorRun"}, {"value", false}}));
+    }
+
+    void channelsReadOnlyWhenNothingIsPending()
+    {
+        m_backend->loadChannels({QVariantMap{{"id", "direction"}}, QVariantMap(), QVariantMap{{"id", "motorRun"}}});
+        m_backend->getChannelAt(0)->setReadCommand("getRegister");
+        m_backend->setLock(false);
+        m_backend->updateChannelsValue();
+        QCOMPARE(m_host->runs.size(), 1);
+
+        m_host->answer(0, c_success);
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("updateChannelsValue: channel is null at index 1$"));
+        m_backend->updateChannelsValue();
+        QCOMPARE(m_host->runs.size(), 2);
+        QCOMPARE(m_host->runs.at(1).name, QString("getRegister"));
+        QCOMPARE(m_host->runs.at(1).data, (QVariantMap{{"channel", "direction"}}));
+        // A register read answers in "cmd_success".
+        m_host->answer(1, {{"cmd_success", QVariantList{1}}});
+        QCOMPARE(m_backend->getChannelAt(0)->value(), QVariant("Loosening"));
+    }
+
+    void toolInfoTextInKeyOrder()
+    {
+        QSignalSpy changed(m_backend, &BeMaintenanceDeviceHytorc::toolInfoChanged);
+        m_backend->refreshToolInfo();
+        m_host->answer(0, {{"cmd_success", true}, {"deviceInformation", QVariantMap{{"serial", "S1"}, {"model", "M1"}}}});
+        QCOMPARE(m_backend->toolInfo(), QString("model: M1\nserial: S1"));
+
+        m_backend->refreshToolInfo();
+        m_host->answer(1, {{"cmd_success", false}, {"deviceInformation", QVariantMap{{"model", "M2"}}}});
+        QCOMPARE(m_backend->toolInfo(), QString("model: M1\nserial: S1"));
+        QCOMPARE(changed.count(), 1);
+    }
 
 private:
     DHeldBackendHost* m_host = nullptr;
     BeMaintenanceDeviceHytorc* m_backend = nullptr;
 };
-
-void TestPanelRules::init()
-{
-    m_host = new DHeldBackendHost;
-    m_backend = new BeMaintenanceDeviceHytorc;
-    QVERIFY(m_backend->attachToHost(m_host));
-}
-
-void TestPanelRules::cleanup()
-{
-    delete m_backend;
-    delete m_host;
-}
-
-void TestPanelRules::channelValue_data()
-{
-    QTest::addColumn<QString>("id");
-    QTest::addColumn<QVariant>("input");
-    QTest::addColumn<QVariant>("stored");
-    QTest::addColumn<bool>("accepted");
-    QTest::newRow("direction code 1") << "direction" << QVariant(QVariantList{1}) << QVariant("Loosening") << true;
-    QTest::newRow("direction code 2") << "direction" << QVariant(QVariantList{2}) << QVariant(QString()) << true;
-    QTest::newRow("direction code 9") << "direction" << QVariant(QVariantList{9}) << QVariant(QString()) << true;
-    QTest::newRow("one element") << "currentPreset" << QVariant(QVariantList{"P2"}) << QVariant("P2") << true;
-    QTest::newRow("three elements") << "direction" << QVariant(QVariantList{1, 2, 3}) << QVariant() << true;
-    QTest::newRow("true") << "motorRun" << QVariant(true) << QVariant("Fastening") << true;
-    QTest::newRow("map") << "motorRun" << QVariant(QVariantMap{{"a", 1}}) << QVariant() << false;
-}
-
-void TestPanelRules::channelValue()
-{
-    QFETCH(QString, id);
-    QFETCH(QVariant, input);
-    QFETCH(QVariant, stored);
-    QFETCH(bool, accepted);
-    const auto channel = DHytorcChannel::create({{"id", id}});
-    QSignalSpy changed(channel.data(), &DHytorcChannel::valueChanged);
-    QCOMPARE(channel->setValue(input), accepted);
-    QCOMPARE(channel->setValue(input), accepted);
-    QCOMPARE(channel->value(), stored);
-    QCOMPARE(changed.count(), stored.isValid() ? 1 : 0);
-}
-
-// The plug-in declares no setDirection: the panel's road shows its kind and failure, not its data.
-void TestPanelRules::directionQueuedAsAsked()
-{
-    m_backend->setDirection(true);
-    QCOMPARE(m_host->runs.size(), 1);
-    QCOMPARE(m_host->runs.first().name, QString("setDirection"));
-    QCOMPARE(m_host->runs.first().data, (QVariantMap{{"direction", 1}}));
-}
-
-void TestPanelRules::refusedClickIsRetriedOnLaterTurns()
-{
-    m_backend->loadChannels({QVariantMap{{"id", "motorRun"}, {"value", QVariantList{true}}}});
-    for (int i = 0; i < DAbstractPluginBackend::c_maxPendingTreatments; ++i)
-        m_backend->setLock(true);
-    QSignalSpy delayed(m_backend, &BeMaintenanceDeviceHytorc::delayingClickedOnChannel);
-    m_backend->clickedOnChannel(0);
-    QCOMPARE(delayed.count(), 1);  // not retried inside the click
-    QTRY_VERIFY(delayed.count() >= 3);
-
-    // Room in the queue: the click gets in, behind the locks, and is not lost.
-    for (int run = 0; run < DAbstractPluginBackend::c_maxPendingTreatments; ++run)
-        m_host->answer(run, c_success);
-    QTRY_COMPARE(m_host->runs.size(), DAbstractPluginBackend::c_maxPendingTreatments + 1);
-    QCOMPARE(m_host->runs.last().data, (QVariantMap{{"channel", "motorRun"}, {"value", false}}));
-}
-
-void TestPanelRules::channelsReadOnlyWhenNothingIsPending()
-{
-    m_backend->loadChannels({QVariantMap{{"id", "direction"}}, QVariantMap(), QVariantMap{{"id", "motorRun"}}});
-    m_backend->getChannelAt(0)->setReadCommand("getRegister");
-    m_backend->setLock(false);
-    m_backend->updateChannelsValue();
-    QCOMPARE(m_host->runs.size(), 1);
-
-    m_host->answer(0, c_success);
-    QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("updateChannelsValue: channel is null at index 1$"));
-    m_backend->updateChannelsValue();
-    QCOMPARE(m_host->runs.size(), 2);
-    QCOMPARE(m_host->runs.at(1).name, QString("getRegister"));
-    QCOMPARE(m_host->runs.at(1).data, (QVariantMap{{"channel", "direction"}}));
-    // A register read answers in "cmd_success".
-    m_host->answer(1, {{"cmd_success", QVariantList{1}}});
-    QCOMPARE(m_backend->getChannelAt(0)->value(), QVariant("Loosening"));
-}
-
-void TestPanelRules::toolInfoTextInKeyOrder()
-{
-    QSignalSpy changed(m_backend, &BeMaintenanceDeviceHytorc::toolInfoChanged);
-    m_backend->refreshToolInfo();
-    m_host->answer(0, {{"cmd_success", true}, {"deviceInformation", QVariantMap{{"serial", "S1"}, {"model", "M1"}}}});
-    QCOMPARE(m_backend->toolInfo(), QString("model: M1\nserial: S1"));
-
-    m_backend->refreshToolInfo();
-    m_host->answer(1, {{"cmd_success", false}, {"deviceInformation", QVariantMap{{"model", "M2"}}}});
-    QCOMPARE(m_backend->toolInfo(), QString("model: M1\nserial: S1"));
-    QCOMPARE(changed.count(), 1);
-}
 
 QTEST_GUILESS_MAIN(TestPanelRules)
 #include "test_panel_rules.moc"
