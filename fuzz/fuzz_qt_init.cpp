@@ -14,6 +14,9 @@ extern "C" const char* __asan_default_options()
     return "malloc_context_size=2:quarantine_size_mb=16";
 }
 
+// Undefined behaviour fails the input like a crash, so that libFuzzer keeps it.
+extern "C" const char* __ubsan_default_options() { return "halt_on_error=1:print_stacktrace=1"; }
+
 void fuzzEndOfInput()
 {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);

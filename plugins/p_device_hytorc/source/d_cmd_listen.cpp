@@ -3,15 +3,20 @@
 #include "hytorc_hcp_constants.h"
 #include "p_device_hytorc.h"
 
+#include <cmath>
+#include <limits>
+
 namespace {
 constexpr int c_eventFields = 15;
 // A line without the event header is only taken when it holds more than this many commas,
 // while a header line needs only c_eventFields fields: the tool's reports are read so.
 constexpr int c_minDataLineCommas = 14;
 
+// A torque past what an int holds (or "inf", "nan") gives 0, as text that is not a number.
 int hundredths(const QString& decimal)
 {
-    return int(decimal.toDouble() * 100.0);
+    const double value = decimal.toDouble() * 100.0;
+    return std::abs(value) < double(std::numeric_limits<int>::max()) ? int(value) : 0;
 }
 
 } // namespace

@@ -27,6 +27,8 @@ public slots:
     void onProcessFinished(int exitCode, QProcess::ExitStatus exitStatus);
 
 private:
+    // The fuzz target feeds the parser directly: no scan process per input.
+    friend class FuzzDetectionOutput;
     void parseDetectionOutput(const QString& text);
 
     static const QStringList c_detectionNames;
