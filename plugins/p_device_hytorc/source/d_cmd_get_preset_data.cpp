@@ -1,5 +1,6 @@
 #include "d_cmd_get_preset_data.h"
 
+#include "hytorc_torque.h"
 #include "p_device_hytorc.h"
 
 #include <QtDebug>
@@ -41,7 +42,7 @@ QVariantMap DCmdGetPresetData::buildPresetData(const QVariantMap& record)
     QVariantMap preset{{QStringLiteral("name"), record.value(QStringLiteral("name"))},
                        {QStringLiteral("type"), record.value(QStringLiteral("type"))},
                        {QStringLiteral("unit"), hostUnit(record.value(QStringLiteral("unit")))},
-                       {QStringLiteral("torque"), int(record.value(QStringLiteral("torque")).toDouble() * 100.0)},
+                       {QStringLiteral("torque"), torqueHundredths(record.value(QStringLiteral("torque")).toDouble())},
                        {c_progId, record.value(c_progId)}};
     if (record.contains(QStringLiteral("angle")))
         preset.insert(QStringLiteral("targetAngle"), record.value(QStringLiteral("angle")).toInt());

@@ -1,24 +1,14 @@
 #include "d_cmd_listen.h"
 
 #include "hytorc_hcp_constants.h"
+#include "hytorc_torque.h"
 #include "p_device_hytorc.h"
-
-#include <cmath>
-#include <limits>
 
 namespace {
 constexpr int c_eventFields = 15;
 // A line without the event header is only taken when it holds more than this many commas,
 // while a header line needs only c_eventFields fields: the tool's reports are read so.
 constexpr int c_minDataLineCommas = 14;
-
-// A torque past what an int holds (or "inf", "nan") gives 0, as text that is not a number.
-int hundredths(const QString& decimal)
-{
-    const double value = decimal.toDouble() * 100.0;
-    return std::abs(value) < double(std::numeric_limits<int>::max()) ? int(value) : 0;
-}
-
 } // namespace
 
 DCmdListen::DCmdListen(const QVariantMap& arguments, QObject* parent)
@@ -111,7 +101,7 @@ QVariantMap DCmdListen::eventRecord(const QStringList& fields) const
                        {QStringLiteral("torqueUnit"), fields.at(10).trimmed()},
                        {QStringLiteral("direction"), fields.at(11).trimmed()},
                        {QStringLiteral("status"), fields.at(13).trimmed()},
-                       {QStringLiteral("convertedTorque"), hundredths(fields.at(14))},
+                       {QStringLiteral("convertedTorque"), torqueHundredths(fields.at(14).toDouble())},
                        {QStringLiteral("angleUnit"), QStringLiteral("DEG")},
                        {QStringLiteral("eventCountNo"), lastFrameNumber}};
     if (plugin)

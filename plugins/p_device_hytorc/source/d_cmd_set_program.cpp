@@ -1,5 +1,6 @@
 #include "d_cmd_set_program.h"
 
+#include "hytorc_torque.h"
 #include "p_device_hytorc.h"
 
 #include <QtDebug>
@@ -95,5 +96,5 @@ QString DCmdSetProgram::profileText(const QVariantMap& record)
 QVariantMap DCmdSetProgram::presetData(const QVariantMap& record)
 {
     return {{QStringLiteral("targetAngle"), record.value(QStringLiteral("angle"), QStringLiteral("0"))},
-            {QStringLiteral("torque"), record.value(QStringLiteral("torque")).toInt() * 100}};
+            {QStringLiteral("torque"), torqueHundredths(record.value(QStringLiteral("torque")).toInt())}};
 }
