@@ -21,7 +21,6 @@ public:
 
 private:
     void writeLine(const QByteArray& line, QString* error, bool* ok);
-    QByteArray csvLine(const QStringList& fields) const;
 
     QFile m_file;
     bool m_csv = false;

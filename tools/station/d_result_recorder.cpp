@@ -1,23 +1,7 @@
 #include "d_result_recorder.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
+#include "d_result_record.h"
 
-namespace {
-
-// The fields of a tightening result, in the order of its report.
-const QStringList c_csvColumns{"date", "time", "duration", "jobId", "profileName", "mode", "snugTorqueAngle",
-                               "torqueUnit", "direction", "status", "convertedTorque", "angleUnit", "progId",
-                               "eventCountNo"};
-
-QString csvField(const QString& text)
-{
-    if (!text.contains(QLatin1Char(',')) && !text.contains(QLatin1Char('"')) && !text.contains(QLatin1Char('\n')))
-        return text;
-    return QLatin1Char('"') + QString(text).replace(QLatin1String("\""), QLatin1String("\"\"")) + QLatin1Char('"');
-}
-
-} // namespace
 
 bool DResultRecorder::open(const QString& path, QString* error)
 {
@@ -32,7 +16,7 @@ bool DResultRecorder::open(const QString& path, QString* error)
     bool ok = true;
     // Appending to a CSV file that already has its header row.
     if (m_csv && m_file.size() == 0)
-        writeLine(csvLine(c_csvColumns), error, &ok);
+        writeLine(DResultRecord::csvHeader(DResultRecord::eventKeys()), error, &ok);
     return ok;
 }
 
@@ -43,14 +27,8 @@ bool DResultRecorder::record(const QVariantMap& result, QString* error)
     bool ok = true;
     if (!m_file.isOpen())
         return ok;
-    if (m_csv) {
-        QStringList fields;
-        for (const QString& column : c_csvColumns)
-            fields << result.value(column).toString();
-        writeLine(csvLine(fields), error, &ok);
-    } else {
-        writeLine(QJsonDocument(QJsonObject::fromVariantMap(result)).toJson(QJsonDocument::Compact), error, &ok);
-    }
+    const QStringList& keys = DResultRecord::eventKeys();
+    writeLine(m_csv ? DResultRecord::csvLine(result, keys) : DResultRecord::jsonLine(result, keys), error, &ok);
     return ok;
 }
 
@@ -69,12 +47,4 @@ void DResultRecorder::writeLine(const QByteArray& line, QString* error, bool* ok
         *error = QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString());
         *ok = false;
     }
-}
-
-QByteArray DResultRecorder::csvLine(const QStringList& fields) const
-{
-    QStringList quoted;
-    for (const QString& field : fields)
-        quoted << csvField(field);
-    return quoted.join(QLatin1Char(',')).toUtf8();
 }

@@ -1,0 +1,251 @@
+#include "d_result_journal.h"
+
+#include "d_result_record.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlRecord>
+#include <QUuid>
+
+namespace {
+
+const QString c_driver = QStringLiteral("QSQLITE");
+
+// Each step takes the schema from its index to the next version; a new file runs them all.
+const QStringList c_migrations{
+    QStringLiteral("CREATE TABLE results ("
+                   " id INTEGER PRIMARY KEY AUTOINCREMENT, receivedAt INTEGER NOT NULL,"
+                   " station TEXT NOT NULL, toolSerial TEXT NOT NULL,"
+                   " date TEXT, time TEXT, duration INTEGER, jobId TEXT, profileName TEXT, mode TEXT,"
+                   " snugTorqueAngle TEXT, torqueUnit TEXT, direction TEXT, status TEXT,"
+                   " convertedTorque INTEGER, angleUnit TEXT, progId INTEGER, eventCountNo INTEGER);"
+                   "CREATE INDEX results_receivedAt ON results(receivedAt);"
+                   "CREATE TABLE tool_changes (at INTEGER NOT NULL, station TEXT NOT NULL,"
+                   " previousSerial TEXT NOT NULL, serial TEXT NOT NULL);"
+                   "CREATE TABLE state (key TEXT PRIMARY KEY, value TEXT NOT NULL);"),
+};
+
+QString isoUtc(qint64 ms)
+{
+    return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC).toString(Qt::ISODateWithMs);
+}
+
+} // namespace
+
+DResultJournal::DResultJournal(QObject* parent)
+    : QObject(parent)
+    , m_connection(QStringLiteral("journal-") + QUuid::createUuid().toString(QUuid::WithoutBraces))
+{
+}
+
+DResultJournal::~DResultJournal() { close(); }
+
+int DResultJournal::schemaVersion() { return c_migrations.size(); }
+
+bool DResultJournal::open(const QString& path, EnMode mode, QString* error)
+{
+    m_path = path;
+    const QFileInfo file(path);
+    if (mode == CeReader && !file.exists()) {
+        *error = QStringLiteral("journal %1: no such file").arg(path);
+        return false;
+    }
+    if (mode == CeWriter && !QDir().mkpath(file.absolutePath())) {
+        *error = QStringLiteral("journal %1: cannot create its folder").arg(path);
+        return false;
+    }
+    QSqlDatabase db = QSqlDatabase::addDatabase(c_driver, m_connection);
+    db.setDatabaseName(path);
+    // A reader that may not write the folder still reads; WAL keeps it from blocking the writer.
+    const bool readOnly = mode == CeReader && !QFileInfo(file.absolutePath()).isWritable();
+    db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=5000") +
+                         (readOnly ? QStringLiteral(";QSQLITE_OPEN_READONLY") : QString()));
+    if (!db.open()) {
+        *error = QStringLiteral("journal %1: %2").arg(path, db.lastError().text());
+        return false;
+    }
+    if (mode == CeReader)
+        return exec(QStringLiteral("SELECT count(*) FROM sqlite_master"), error);
+    if (!exec(QStringLiteral("PRAGMA journal_mode=WAL"), error) || !exec(QStringLiteral("PRAGMA synchronous=FULL"), error)
+        || !check(error) || !migrate(error))
+        return false;
+    m_insert = new QSqlQuery(db);
+    const QStringList columns = DResultRecord::journalKeys().mid(1);
+    const QString marks = QStringLiteral("?,").repeated(columns.size()).chopped(1);
+    m_insert->prepare(QStringLiteral("INSERT INTO results (%1) VALUES (%2)").arg(columns.join(','), marks));
+    return true;
+}
+
+void DResultJournal::close()
+{
+    delete m_insert;
+    m_insert = nullptr;
+    if (!QSqlDatabase::contains(m_connection))
+        return;
+    QSqlDatabase::database(m_connection, false).close();
+    QSqlDatabase::removeDatabase(m_connection);
+}
+
+qint64 DResultJournal::append(const QVariantMap& record, const QString& station, const QString& toolSerial,
+                              QString* error)
+{
+    m_insert->addBindValue(QDateTime::currentMSecsSinceEpoch());
+    m_insert->addBindValue(station);
+    m_insert->addBindValue(toolSerial);
+    for (const QString& key : DResultRecord::eventKeys()) {
+        const QVariant value = record.value(key);
+        m_insert->addBindValue(DResultRecord::isNumeric(key) ? QVariant(value.toLongLong()) : QVariant(value.toString()));
+    }
+    if (!m_insert->exec()) {
+        *error = fail(QStringLiteral("cannot commit a result"), *m_insert);
+        return 0;
+    }
+    const qint64 id = m_insert->lastInsertId().toLongLong();
+    emit sigCommitted(id);
+    return id;
+}
+
+bool DResultJournal::recordToolChange(const QString& station, const QString& previousSerial, const QString& serial,
+                                      QString* error)
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    query.prepare(QStringLiteral("INSERT INTO tool_changes VALUES (?, ?, ?, ?)"));
+    for (const QVariant& value : {QVariant(QDateTime::currentMSecsSinceEpoch()), QVariant(station),
+                                  QVariant(previousSerial), QVariant(serial)})
+        query.addBindValue(value);
+    if (query.exec())
+        return true;
+    *error = fail(QStringLiteral("cannot record the tool change"), query);
+    return false;
+}
+
+qint64 DResultJournal::lastId() const
+{
+    QSqlQuery query(QStringLiteral("SELECT max(id) FROM results"), QSqlDatabase::database(m_connection, false));
+    return query.next() ? query.value(0).toLongLong() : 0;
+}
+
+QVariantMap DResultJournal::row(qint64 id) const
+{
+    QVariantMap found;
+    QString error;
+    forEach({id - 1, 0, 0, 1}, [&](const QVariantMap& row) {
+        found = row.value(QStringLiteral("id")).toLongLong() == id ? row : QVariantMap();
+        return false;
+    }, &error);
+    return found;
+}
+
+bool DResultJournal::forEach(const DQuery& query, const std::function<bool(const QVariantMap&)>& each,
+                             QString* error) const
+{
+    QString sql = QStringLiteral("SELECT %1 FROM results WHERE id > ?").arg(DResultRecord::journalKeys().join(','));
+    if (query.fromMs > 0)
+        sql += QStringLiteral(" AND receivedAt >= %1").arg(query.fromMs);
+    if (query.toMs > 0)
+        sql += QStringLiteral(" AND receivedAt <= %1").arg(query.toMs);
+    sql += QStringLiteral(" ORDER BY id");
+    if (query.limit > 0)
+        sql += QStringLiteral(" LIMIT %1").arg(query.limit);
+    QSqlQuery rows(QSqlDatabase::database(m_connection, false));
+    rows.setForwardOnly(true);
+    rows.prepare(sql);
+    rows.addBindValue(query.sinceId);
+    if (!rows.exec()) {
+        *error = fail(QStringLiteral("cannot read"), rows);
+        return false;
+    }
+    while (rows.next()) {
+        if (!each(rowOf(rows)))
+            break;
+    }
+    return true;
+}
+
+QString DResultJournal::state(const QString& key) const
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    query.prepare(QStringLiteral("SELECT value FROM state WHERE key = ?"));
+    query.addBindValue(key);
+    return query.exec() && query.next() ? query.value(0).toString() : QString();
+}
+
+bool DResultJournal::setState(const QString& key, const QString& value, QString* error)
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    query.prepare(QStringLiteral("INSERT OR REPLACE INTO state VALUES (?, ?)"));
+    query.addBindValue(key);
+    query.addBindValue(value);
+    if (query.exec())
+        return true;
+    *error = fail(QStringLiteral("cannot store %1").arg(key), query);
+    return false;
+}
+
+bool DResultJournal::exec(const QString& statement, QString* error) const
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    if (query.exec(statement))
+        return true;
+    *error = fail(QStringLiteral("cannot run \"%1\"").arg(statement.left(40)), query);
+    return false;
+}
+
+// Steps a file of an older schema forward, each step in one transaction; a newer file is refused.
+bool DResultJournal::migrate(QString* error)
+{
+    QSqlDatabase db = QSqlDatabase::database(m_connection, false);
+    QSqlQuery version(QStringLiteral("PRAGMA user_version"), db);
+    const int current = version.next() ? version.value(0).toInt() : 0;
+    if (current > schemaVersion()) {
+        *error = QStringLiteral("journal %1: schema version %2 is newer than this program's %3; use a newer hytorcd")
+                     .arg(m_path).arg(current).arg(schemaVersion());
+        return false;
+    }
+    for (int step = current; step < schemaVersion(); ++step) {
+        db.transaction();
+        for (const QString& statement : c_migrations.at(step).split(';', Qt::SkipEmptyParts)) {
+            if (!exec(statement, error)) {
+                db.rollback();
+                return false;
+            }
+        }
+        if (!exec(QStringLiteral("PRAGMA user_version=%1").arg(step + 1), error) || !db.commit()) {
+            db.rollback();
+            return false;
+        }
+    }
+    return true;
+}
+
+bool DResultJournal::check(QString* error) const
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    if (!query.exec(QStringLiteral("PRAGMA quick_check"))) {
+        *error = fail(QStringLiteral("cannot be read"), query);
+        return false;
+    }
+    if (query.next() && query.value(0).toString() == QLatin1String("ok"))
+        return true;
+    *error = QStringLiteral("journal %1 is damaged (%2); it is left as it is")
+                 .arg(m_path, query.value(0).toString());
+    return false;
+}
+
+QString DResultJournal::fail(const QString& what, const QSqlQuery& query) const
+{
+    return QStringLiteral("journal %1: %2: %3").arg(m_path, what, query.lastError().text());
+}
+
+QVariantMap DResultJournal::rowOf(const QSqlQuery& query)
+{
+    QVariantMap row;
+    const QStringList& keys = DResultRecord::journalKeys();
+    for (int i = 0; i < keys.size(); ++i)
+        row.insert(keys.at(i), query.value(i));
+    row.insert(QStringLiteral("receivedAt"), isoUtc(row.value(QStringLiteral("receivedAt")).toLongLong()));
+    return row;
+}

@@ -1,0 +1,71 @@
+#ifndef D_RESULT_JOURNAL_H
+#define D_RESULT_JOURNAL_H
+
+#include <QObject>
+#include <QSqlQuery>
+#include <QString>
+#include <QVariantMap>
+
+#include <functional>
+
+// The station's durable record of every tightening result: one SQLite file (WAL,
+// synchronous=FULL), one transaction per result, committed before anyone hears of it.
+// Everything that passes results on (the export, Open Protocol, MQTT) reads them here by
+// id, after sigCommitted. Ids are SQLite's AUTOINCREMENT: increasing, never reused.
+class DResultJournal : public QObject
+{
+    Q_OBJECT
+public:
+    enum EnMode { CeWriter, CeReader };
+    // Rows by id and by the time they were received (UTC ms since the epoch); 0 = no bound.
+    struct DQuery {
+        qint64 sinceId = 0;  // rows with an id above this one
+        qint64 fromMs = 0;
+        qint64 toMs = 0;
+        qint64 limit = 0;
+    };
+
+    explicit DResultJournal(QObject* parent = nullptr);
+    ~DResultJournal() override;
+
+    // The writer creates the file (and its folder) or migrates it to this schema, and checks
+    // it; the reader only reads a file that exists. False with one line naming the file.
+    bool open(const QString& path, EnMode mode, QString* error);
+    void close();
+    QString path() const { return m_path; }
+
+    // Commits one result (the listener's record) and emits sigCommitted; its id, or 0 with a reason.
+    qint64 append(const QVariantMap& record, const QString& station, const QString& toolSerial, QString* error);
+    // A tool of another serial on the station's port.
+    bool recordToolChange(const QString& station, const QString& previousSerial, const QString& serial,
+                          QString* error);
+
+    qint64 lastId() const;
+    // The row with the keys of DResultRecord::journalKeys() ("receivedAt" as ISO 8601 UTC), or empty.
+    QVariantMap row(qint64 id) const;
+    // Calls `each` for the rows of `query` in id order until it returns false; false on a read error.
+    bool forEach(const DQuery& query, const std::function<bool(const QVariantMap&)>& each, QString* error) const;
+
+    // Small values of the station's parts kept with the results (as the last id a broker acknowledged).
+    QString state(const QString& key) const;
+    bool setState(const QString& key, const QString& value, QString* error);
+
+    // The schema this program writes (PRAGMA user_version).
+    static int schemaVersion();
+
+signals:
+    void sigCommitted(qint64 id);
+
+private:
+    bool exec(const QString& statement, QString* error) const;
+    bool migrate(QString* error);
+    bool check(QString* error) const;
+    QString fail(const QString& what, const QSqlQuery& query) const;
+    static QVariantMap rowOf(const QSqlQuery& query);
+
+    QString m_connection;
+    QString m_path;
+    QSqlQuery* m_insert = nullptr;
+};
+
+#endif // D_RESULT_JOURNAL_H

@@ -1,0 +1,29 @@
+#ifndef D_RESULT_RECORD_H
+#define D_RESULT_RECORD_H
+
+#include <QByteArray>
+#include <QStringList>
+#include <QVariantMap>
+
+// A tightening result as the station writes it out: the event record's keys in the order
+// of the tool's report, the journal's own keys before them, and one line of JSON (keys in
+// that order, not sorted) or CSV per result.
+class DResultRecord
+{
+public:
+    // date, time, duration, jobId, ... eventCountNo: the listener's record.
+    static const QStringList& eventKeys();
+    // id, receivedAt, station, toolSerial, then the event keys: a journal row.
+    static const QStringList& journalKeys();
+    // The event keys whose values are whole numbers.
+    static bool isNumeric(const QString& key);
+
+    // {"key":value,...} for `keys` in order; a key missing from `values` is left out.
+    static QByteArray jsonLine(const QVariantMap& values, const QStringList& keys);
+    // The values of `keys` in order, quoted where CSV needs it.
+    static QByteArray csvLine(const QVariantMap& values, const QStringList& keys);
+    // The header row: the keys themselves.
+    static QByteArray csvHeader(const QStringList& keys);
+};
+
+#endif // D_RESULT_RECORD_H
