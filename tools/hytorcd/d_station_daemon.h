@@ -30,7 +30,6 @@ public:
 
 private:
     bool setUp(QString* error, int* status);
-    QString devicePath(QString* error, int* status);
     void onTerminate();
 
     DStationConfig m_config;

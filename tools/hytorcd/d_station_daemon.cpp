@@ -1,0 +1,115 @@
+#include "d_station_daemon.h"
+
+#include "d_message_handler.h"
+#include "d_result_journal.h"
+#include "d_signal_watcher.h"
+#include "d_simulator_process.h"
+#include "d_station_service.h"
+#include "d_workstation.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QEventLoop>
+#include <QHostInfo>
+#include <QStandardPaths>
+#include <QTimer>
+
+#include <unistd.h>
+
+namespace {
+
+// Where the journal goes when none is named: the system's state folder for the service.
+QString defaultJournal()
+{
+    if (::geteuid() == 0)
+        return QStringLiteral("/var/lib/hytorc/results.db");
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/hytorc/results.db");
+}
+
+} // namespace
+
+DStationDaemon::DStationDaemon(QObject* parent)
+    : QObject(parent)
+    , m_config(configKeys())
+{
+}
+
+DStationDaemon::~DStationDaemon()
+{
+    delete m_service;
+    delete m_workstation;
+    delete m_simulator;
+}
+
+QList<DStationConfig::DKey> DStationDaemon::configKeys()
+{
+    return DStationService::configKeys();
+}
+
+int DStationDaemon::run(const QStringList& arguments)
+{
+    QString message;
+    bool helpShown = false;
+    if (!m_config.parse(arguments, &message, &helpShown)) {
+        if (helpShown) {
+            std::fputs(qPrintable(message), stdout);
+            return CeExitSuccess;
+        }
+        DMessageHandler::say(message);
+        return CeExitUsage;
+    }
+    DMessageHandler::install(m_config.verbose());
+    int status = CeExitFailure;
+    if (!setUp(&message, &status)) {
+        DMessageHandler::say(message);
+        return status;
+    }
+    m_signals = new DSignalWatcher(this);
+    connect(m_signals, &DSignalWatcher::sigTerminate, this, &DStationDaemon::onTerminate);
+    return QCoreApplication::exec();
+}
+
+bool DStationDaemon::setUp(QString* error, int* status)
+{
+    if (m_config.isSet(QStringLiteral("device")) && m_config.isSet(QStringLiteral("bluetooth"))) {
+        *error = QStringLiteral("--device and --bluetooth name the tool twice: give one");
+        *status = CeExitUsage;
+        return false;
+    }
+    const QString station = m_config.isSet(QStringLiteral("station")) ? m_config.value(QStringLiteral("station")).trimmed()
+                                                                       : QHostInfo::localHostName();
+    const QString journal = m_config.isSet(QStringLiteral("journal")) ? m_config.value(QStringLiteral("journal"))
+                                                                       : defaultJournal();
+    m_journal = new DResultJournal(this);
+    if (!m_journal->open(journal, DResultJournal::CeWriter, error))
+        return false;
+    DMessageHandler::say(QStringLiteral("journal %1 (last id %2)").arg(journal).arg(m_journal->lastId()));
+    m_workstation = new DWorkstation();
+    const QString plugins = QCoreApplication::applicationDirPath() + QStringLiteral("/../plugins");
+    if (!m_workstation->setUp(QDir::cleanPath(plugins), error)) {
+        *status = CeExitUsage;
+        return false;
+    }
+    const QString bluetooth = m_config.value(QStringLiteral("bluetooth")).trimmed();
+    QString device = m_config.value(QStringLiteral("device"));
+    if (bluetooth.isEmpty() && device.isEmpty()) {
+        m_simulator = new DSimulatorProcess(false);
+        // A newcomer sees results arrive without a tool.
+        if (!m_simulator->start({QStringLiteral("--event-period=3000")}, &device, error))
+            return false;
+        DMessageHandler::say(QStringLiteral("no --device given: using the tool simulator at %1").arg(device));
+    }
+    m_service = new DStationService(m_workstation, m_journal, station);
+    m_service->start(device, bluetooth);
+    return true;
+}
+
+// Stops listening the host's way, closes the link and the journal, then leaves the event loop.
+void DStationDaemon::onTerminate()
+{
+    DMessageHandler::say(QStringLiteral("stopping"));
+    m_service->stop([this] {
+        m_journal->close();
+        QCoreApplication::exit(CeExitSuccess);
+    });
+}
