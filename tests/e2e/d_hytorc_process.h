@@ -9,7 +9,8 @@
 
 #include <algorithm>
 
-// hytorc as a child process; every line it writes is kept with the time it arrived.
+// hytorc (or another program of the build, as hytorcd) as a child process; every line it
+// writes is kept with the time it arrived.
 class DTimedHytorc
 {
 public:
@@ -19,13 +20,14 @@ public:
     };
 
     explicit DTimedHytorc(const QStringList& arguments,
-                          const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
+                          const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment(),
+                          const QString& program = QStringLiteral("hytorc"))
     {
         process.setProcessEnvironment(environment);
         QObject::connect(&process, &QProcess::readyReadStandardOutput, [this] { take(QProcess::StandardOutput, &out); });
         QObject::connect(&process, &QProcess::readyReadStandardError, [this] { take(QProcess::StandardError, &err); });
         clock.start();
-        process.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc", arguments);
+        process.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/" + program, arguments);
     }
     ~DTimedHytorc()
     {
