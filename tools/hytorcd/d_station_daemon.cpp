@@ -1,6 +1,7 @@
 #include "d_station_daemon.h"
 
 #include "d_message_handler.h"
+#include "d_mqtt_reporter.h"
 #include "d_result_journal.h"
 #include "d_signal_watcher.h"
 #include "d_simulator_process.h"
@@ -43,7 +44,7 @@ DStationDaemon::~DStationDaemon()
 
 QList<DStationConfig::DKey> DStationDaemon::configKeys()
 {
-    return DStationService::configKeys();
+    return DStationService::configKeys() + DMqttReporter::configKeys();
 }
 
 int DStationDaemon::run(const QStringList& arguments)
@@ -100,6 +101,13 @@ bool DStationDaemon::setUp(QString* error, int* status)
         DMessageHandler::say(QStringLiteral("no --device given: using the tool simulator at %1").arg(device));
     }
     m_service = new DStationService(m_workstation, m_journal, station);
+    if (m_config.isSet(QStringLiteral("mqtt"))) {
+        m_mqtt = new DMqttReporter(m_journal, m_service, this);
+        if (!m_mqtt->start(m_config, error)) {
+            *status = CeExitUsage;
+            return false;
+        }
+    }
     m_service->start(device, bluetooth);
     return true;
 }
@@ -108,6 +116,8 @@ bool DStationDaemon::setUp(QString* error, int* status)
 void DStationDaemon::onTerminate()
 {
     DMessageHandler::say(QStringLiteral("stopping"));
+    if (m_mqtt)
+        m_mqtt->stop();
     m_service->stop([this] {
         m_journal->close();
         QCoreApplication::exit(CeExitSuccess);

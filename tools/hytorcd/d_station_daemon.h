@@ -5,6 +5,7 @@
 
 #include <QObject>
 
+class DMqttReporter;
 class DResultJournal;
 class DSignalWatcher;
 class DSimulatorProcess;
@@ -38,6 +39,7 @@ private:
     DSimulatorProcess* m_simulator = nullptr;
     DStationService* m_service = nullptr;
     DSignalWatcher* m_signals = nullptr;
+    DMqttReporter* m_mqtt = nullptr;
 };
 
 #endif // D_STATION_DAEMON_H
