@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int c_keepAliveSeconds = 10;
+constexpr int c_keepAliveSeconds = 20;  // beyond c_answerMs: an unanswered CONNECT is ours to give up
 constexpr int c_answerMs = 10000;
 constexpr int c_maxBackoffSeconds = 30;
 constexpr int c_loopMs = 100;  // how soon the session's thread sees that it is no longer wanted
