@@ -9,7 +9,7 @@ packages=(
   qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts
   qttools5-dev-tools
   libqt5sql5-sqlite
-  libmosquitto-dev mosquitto openssl
+  libmosquitto-dev mosquitto mosquitto-clients openssl
   libbenchmark-dev
   clang libclang-rt-dev
   bluez

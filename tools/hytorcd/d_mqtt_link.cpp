@@ -15,6 +15,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -44,6 +45,21 @@ struct DMqttSession {
         if (deliver)
             deliver(event, value);
     }
+    // Acknowledgements come by the thousand per second: one queued call takes all that came before it.
+    void acknowledge(int messageId)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        acks.push_back(messageId);
+        if (deliver && !acksPosted)
+            deliver(CeSessionAcked, 0);
+        acksPosted = true;
+    }
+    std::vector<int> takeAcks()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        acksPosted = false;
+        return std::move(acks);
+    }
     void finish(int rc)
     {
         std::lock_guard<std::mutex> lock(mutex);
@@ -55,9 +71,11 @@ struct DMqttSession {
 
     mosquitto* client = nullptr;
     std::atomic<int> command{CeRun};
-    std::mutex mutex;  // guards deliver and finished
+    std::mutex mutex;  // guards deliver, finished and the acknowledgements
     std::condition_variable ended;
     bool finished = false;
+    std::vector<int> acks;
+    bool acksPosted = false;
     std::function<void(int event, int value)> deliver;  // a queued call to the link; empty once it let go
 };
 
@@ -70,7 +88,7 @@ void onConnect(mosquitto*, void* session, int rc)
 
 void onPublish(mosquitto*, void* session, int messageId)
 {
-    static_cast<DMqttSession*>(session)->tell(CeSessionAcked, messageId);
+    static_cast<DMqttSession*>(session)->acknowledge(messageId);
 }
 
 // The session's thread: the lookup, the connection and every byte to and from the broker.
@@ -156,6 +174,7 @@ void DMqttLink::connectToBroker()
     mosquitto_threaded_set(client, true);
     mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V311);
     mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, c_maxInFlight);
+    mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);  // a result goes out now, not with the next one
     mosquitto_connect_callback_set(client, onConnect);
     mosquitto_publish_callback_set(client, onPublish);
     if (!m_willTopic.isEmpty())
@@ -172,7 +191,7 @@ void DMqttLink::connectToBroker()
         if (rc != MOSQ_ERR_SUCCESS)
             return waitAndRetry(QStringLiteral("TLS set-up: %1").arg(QString::fromUtf8(mosquitto_strerror(rc))));
     }
-    const quint64 generation = ++m_generation;
+    const quint64 generation = m_generation;
     session->deliver = [this, generation](int event, int value) {
         QMetaObject::invokeMethod(this, [this, generation, event, value] { onSessionEvent(generation, event, value); },
                                   Qt::QueuedConnection);
@@ -190,7 +209,8 @@ void DMqttLink::onSessionEvent(quint64 generation, int event, int value)
         return;
     switch (event) {
     case CeSessionAcked:
-        emit sigAcknowledged(value);
+        for (const int messageId : m_session->takeAcks())
+            emit sigAcknowledged(messageId);
         return;
     case CeSessionConnected:
         m_answer.stop();
@@ -215,10 +235,12 @@ void DMqttLink::onSessionEvent(quint64 generation, int event, int value)
     }
 }
 
+// Its news still on the way is ignored from now on.
 void DMqttLink::dropSession()
 {
     if (!m_session)
         return;
+    ++m_generation;
     m_session->command = DMqttSession::CeAbandon;
     {
         std::lock_guard<std::mutex> lock(m_session->mutex);

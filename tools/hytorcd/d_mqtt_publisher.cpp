@@ -25,7 +25,7 @@ DMqttPublisher::DMqttPublisher(DResultJournal* journal, DMqttLink* link, const Q
     connect(link, &DMqttLink::sigConnected, this, &DMqttPublisher::onConnected);
     connect(link, &DMqttLink::sigLost, this, &DMqttPublisher::onLost);
     connect(link, &DMqttLink::sigAcknowledged, this, &DMqttPublisher::onAcknowledged);
-    connect(journal, &DResultJournal::sigCommitted, this, &DMqttPublisher::fill);
+    connect(journal, &DResultJournal::sigCommitted, this, &DMqttPublisher::onCommitted);
 }
 
 void DMqttPublisher::store()
@@ -44,6 +44,8 @@ void DMqttPublisher::store()
 void DMqttPublisher::onConnected()
 {
     m_published = m_acked;
+    m_ahead.clear();
+    m_more = true;
     m_inFlight.clear();
     m_ids.clear();
     const qint64 last = m_journal->lastId();
@@ -77,31 +79,46 @@ void DMqttPublisher::onAcknowledged(int messageId)
         m_backlogEnd = 0;
         DMessageHandler::say(QStringLiteral("mqtt: backlog sent"));
     }
-    // Refills by half windows: one journal read per 50 results.
-    if (m_inFlight.size() <= c_window / 2)
-        fill();
+    // At once, so that the broker's next acknowledgements do not wait for a TCP ACK of ours.
+    fill();
+}
+
+void DMqttPublisher::onCommitted()
+{
+    m_more = true;
+    fill();
 }
 
 void DMqttPublisher::fill()
 {
-    const int room = c_window - m_inFlight.size();
-    if (!m_link->isConnected() || room <= 0)
-        return;
+    while (m_link->isConnected() && m_inFlight.size() < c_window && (!m_ahead.isEmpty() || readAhead())) {
+        const QPair<qint64, QByteArray> row = m_ahead.head();
+        const int messageId = m_link->publish(m_topic, row.second, false);
+        if (messageId == 0)
+            return;  // the connection is going; the next one starts over from m_acked
+        m_ahead.dequeue();
+        m_published = row.first;
+        m_inFlight.insert(row.first, false);
+        m_ids.insert(messageId, row.first);
+    }
+}
+
+// The rows after m_published, c_readAhead at most: one journal read for many results.
+bool DMqttPublisher::readAhead()
+{
+    if (!m_more)
+        return false;
     DResultJournal::DQuery query;
     query.sinceId = m_published;
-    query.limit = room;
+    query.limit = c_readAhead;
     QString error;
     const bool read = m_journal->forEach(query, [this](const QVariantMap& row) {
-        const qint64 id = row.value(QStringLiteral("id")).toLongLong();
-        const int messageId = m_link->publish(m_topic, DResultRecord::jsonLine(row, DResultRecord::journalKeys()), false);
-        if (messageId == 0)
-            return false;  // the connection is going; the next one starts over from m_acked
-        m_published = id;
-        m_inFlight.insert(id, false);
-        m_ids.insert(messageId, id);
+        m_ahead.enqueue({row.value(QStringLiteral("id")).toLongLong(), DResultRecord::jsonLine(row, DResultRecord::journalKeys())});
         return true;
     }, &error);
     if (!read && !m_readFailed)
         DMessageHandler::say(QStringLiteral("mqtt: %1 (trying again with the next result)").arg(error));
     m_readFailed = !read;
+    m_more = read && m_ahead.size() == c_readAhead;
+    return !m_ahead.isEmpty();
 }

@@ -5,6 +5,8 @@
 #include <QHash>
 #include <QMap>
 #include <QObject>
+#include <QPair>
+#include <QQueue>
 #include <QTimer>
 
 class DMqttLink;
@@ -19,6 +21,7 @@ class DMqttPublisher : public QObject
     Q_OBJECT
 public:
     static constexpr int c_window = 100;
+    static constexpr int c_readAhead = 500;
     static const QString c_ackedKey;
 
     DMqttPublisher(DResultJournal* journal, DMqttLink* link, const QString& prefix, QObject* parent = nullptr);
@@ -32,7 +35,9 @@ private:
     void onConnected();
     void onLost();
     void onAcknowledged(int messageId);
+    void onCommitted();
     void fill();
+    bool readAhead();
 
     DResultJournal* m_journal;
     DMqttLink* m_link;
@@ -40,6 +45,8 @@ private:
     qint64 m_acked = 0;
     qint64 m_stored = 0;
     qint64 m_published = 0;       // the last id handed to the link on this connection
+    QQueue<QPair<qint64, QByteArray>> m_ahead;  // the rows after it, read but not yet published
+    bool m_more = true;           // the journal may hold rows after those
     QMap<qint64, bool> m_inFlight;  // ids published, acknowledged or not, above m_acked
     QHash<int, qint64> m_ids;     // message id -> result id
     qint64 m_backlogEnd = 0;      // the last id of the backlog being sent, 0 when none
