@@ -133,7 +133,7 @@ struct DSubscriber {
         std::lock_guard<std::mutex> lock(subscriber->mutex);
         subscriber->arrivals[id] = DClock::now();
     }
-    explicit DSubscriber(quint16 port) : client(mosquitto_new("bench-subscriber", true, this))
+    explicit DSubscriber(quint16 port) : client((mosquitto_lib_init(), mosquitto_new("bench-subscriber", true, this)))
     {
         mosquitto_message_callback_set(client, onMessage);
         mosquitto_connect(client, "127.0.0.1", port, 20);

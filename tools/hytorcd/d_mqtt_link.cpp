@@ -161,6 +161,9 @@ int DMqttLink::publish(const QByteArray& topic, const QByteArray& payload, bool 
     int messageId = 0;
     const int rc = mosquitto_publish(m_session->client, &messageId, topic.constData(), payload.size(),
                                      payload.constData(), 1, retain);
+    // A lost connection is said by the session's end; anything else would be a fault of ours.
+    if (rc != MOSQ_ERR_SUCCESS && rc != MOSQ_ERR_NO_CONN)
+        qWarning().noquote() << QStringLiteral("mqtt: cannot publish to %1: %2").arg(QString::fromUtf8(topic), QString::fromUtf8(mosquitto_strerror(rc)));
     return rc == MOSQ_ERR_SUCCESS ? messageId : 0;
 }
 

@@ -54,6 +54,10 @@ bool DMqttSettings::read(const DStationConfig& config, const QString& station, Q
                                                         : QStringLiteral("hytorc/") + station;
     clientId = config.isSet(QStringLiteral("mqtt-client-id")) ? config.value(QStringLiteral("mqtt-client-id"))
                                                                : QStringLiteral("hytorcd-") + station;
+    if (!validTopic(topic)) {
+        *error = QStringLiteral("the station name \"%1\" cannot be part of an MQTT topic: give mqtt-topic").arg(station);
+        return false;
+    }
     if (!tls && !(caFile + certFile + keyFile).isEmpty()) {
         *error = QStringLiteral("mqtt-ca, mqtt-cert and mqtt-key need an mqtts:// broker, not %1").arg(url());
         return false;
