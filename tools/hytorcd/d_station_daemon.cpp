@@ -9,24 +9,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QEventLoop>
 #include <QHostInfo>
-#include <QStandardPaths>
-#include <QTimer>
-
-#include <unistd.h>
-
-namespace {
-
-// Where the journal goes when none is named: the system's state folder for the service.
-QString defaultJournal()
-{
-    if (::geteuid() == 0)
-        return QStringLiteral("/var/lib/hytorc/results.db");
-    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/hytorc/results.db");
-}
-
-} // namespace
 
 DStationDaemon::DStationDaemon(QObject* parent)
     : QObject(parent)
@@ -79,7 +62,7 @@ bool DStationDaemon::setUp(QString* error, int* status)
     const QString station = m_config.isSet(QStringLiteral("station")) ? m_config.value(QStringLiteral("station")).trimmed()
                                                                        : QHostInfo::localHostName();
     const QString journal = m_config.isSet(QStringLiteral("journal")) ? m_config.value(QStringLiteral("journal"))
-                                                                       : defaultJournal();
+                                                                       : DResultJournal::defaultPath();
     m_journal = new DResultJournal(this);
     if (!m_journal->open(journal, DResultJournal::CeWriter, error))
         return false;

@@ -8,7 +8,10 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlRecord>
+#include <QStandardPaths>
 #include <QUuid>
+
+#include <unistd.h>
 
 namespace {
 
@@ -42,6 +45,13 @@ DResultJournal::DResultJournal(QObject* parent)
 }
 
 DResultJournal::~DResultJournal() { close(); }
+
+QString DResultJournal::defaultPath()
+{
+    if (::geteuid() == 0)
+        return QStringLiteral("/var/lib/hytorc/results.db");
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/hytorc/results.db");
+}
 
 int DResultJournal::schemaVersion() { return c_migrations.size(); }
 

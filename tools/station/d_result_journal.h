@@ -50,6 +50,8 @@ public:
     QString state(const QString& key) const;
     bool setState(const QString& key, const QString& value, QString* error);
 
+    // /var/lib/hytorc/results.db for root (the service), $XDG_DATA_HOME/hytorc/results.db otherwise.
+    static QString defaultPath();
     // The schema this program writes (PRAGMA user_version).
     static int schemaVersion();
 
