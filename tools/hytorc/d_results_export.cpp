@@ -110,10 +110,10 @@ bool DResultsExport::printNewRows(const DResultJournal& journal, QString* error)
 {
     bool written = true;
     const QStringList& keys = DResultRecord::journalKeys();
-    const bool read = journal.forEach(m_query, [&](const QVariantMap& row) {
-               const QByteArray line = (m_csv ? DResultRecord::csvLine(row, keys) : DResultRecord::jsonLine(row, keys)) + '\n';
+    const bool read = journal.forEachValues(m_query, [&](const QVariantList& row) {
+               const QByteArray line = (m_csv ? DResultRecord::csvLine(row) : DResultRecord::jsonLine(row, keys)) + '\n';
                written = std::fwrite(line.constData(), 1, size_t(line.size()), stdout) == size_t(line.size());
-               m_query.sinceId = row.value(QStringLiteral("id")).toLongLong();
+               m_query.sinceId = row.first().toLongLong();
                return written;
            }, error);
     if (read && (!written || std::fflush(stdout) != 0)) {

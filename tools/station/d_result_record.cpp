@@ -1,6 +1,9 @@
 #include "d_result_record.h"
 
+#include <QHash>
 #include <QSet>
+
+#include <algorithm>
 
 namespace {
 
@@ -38,19 +41,35 @@ void appendJson(QByteArray* out, const QVariant& value)
     default:
         break;
     }
-    *out += '"';
-    for (const char c : value.toString().toUtf8()) {
-        if (c == '"' || c == '\\') {
-            *out += '\\';
-            *out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            *out += "\\u00";
-            *out += QByteArray::number(static_cast<unsigned char>(c), 16).rightJustified(2, '0');
-        } else {
-            *out += c;
+    const QByteArray text = value.toString().toUtf8();
+    out->append('"');
+    const bool plain = std::all_of(text.cbegin(), text.cend(), [](char c) {
+        return c != '"' && c != '\\' && static_cast<unsigned char>(c) >= 0x20;
+    });
+    if (plain) {
+        out->append(text);
+    } else {
+        for (const char c : text) {
+            if (c == '"' || c == '\\') {
+                out->append('\\').append(c);
+            } else if (static_cast<unsigned char>(c) < 0x20) {
+                out->append("\\u00").append(QByteArray::number(static_cast<unsigned char>(c), 16).rightJustified(2, '0'));
+            } else {
+                out->append(c);
+            }
         }
     }
-    *out += '"';
+    out->append('"');
+}
+
+// "key": as bytes, made once per key: an export writes the same few keys on every line.
+const QByteArray& keyPrefix(const QString& key)
+{
+    thread_local QHash<QString, QByteArray> prefixes;
+    auto it = prefixes.find(key);
+    if (it == prefixes.end())
+        it = prefixes.insert(key, '"' + key.toUtf8() + "\":");
+    return it.value();
 }
 
 } // namespace
@@ -75,26 +94,46 @@ bool DResultRecord::isNumeric(const QString& key)
     return numeric.contains(key);
 }
 
+QVariantList DResultRecord::valuesOf(const QVariantMap& values, const QStringList& keys)
+{
+    QVariantList list;
+    list.reserve(keys.size());
+    for (const QString& key : keys)
+        list << values.value(key);
+    return list;
+}
+
 QByteArray DResultRecord::jsonLine(const QVariantMap& values, const QStringList& keys)
 {
-    QByteArray line("{");
-    for (const QString& key : keys) {
-        const auto it = values.constFind(key);
-        if (it == values.constEnd())
+    return jsonLine(valuesOf(values, keys), keys);
+}
+
+QByteArray DResultRecord::jsonLine(const QVariantList& values, const QStringList& keys)
+{
+    QByteArray line;
+    line.reserve(512);
+    line.append('{');
+    for (int i = 0; i < keys.size() && i < values.size(); ++i) {
+        if (!values.at(i).isValid())
             continue;
         if (line.size() > 1)
-            line += ',';
-        line += '"' + key.toUtf8() + "\":";
-        appendJson(&line, it.value());
+            line.append(',');
+        line.append(keyPrefix(keys.at(i)));
+        appendJson(&line, values.at(i));
     }
-    return line + '}';
+    return line.append('}');
 }
 
 QByteArray DResultRecord::csvLine(const QVariantMap& values, const QStringList& keys)
 {
+    return csvLine(valuesOf(values, keys));
+}
+
+QByteArray DResultRecord::csvLine(const QVariantList& values)
+{
     QStringList fields;
-    for (const QString& key : keys)
-        fields << values.value(key).toString();
+    for (const QVariant& value : values)
+        fields << value.toString();
     return csvJoin(fields);
 }
 
