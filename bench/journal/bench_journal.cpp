@@ -5,6 +5,7 @@
 #include "d_abstract_plugin.h"
 #include "d_result_journal.h"
 #include "d_simulated_tool.h"
+#include "d_test_workstation.h"
 #include "d_station_service.h"
 #include "d_workstation.h"
 
@@ -135,7 +136,7 @@ void BM_ReportToCommit(benchmark::State& state)
             arrival.reset();
             const int before = latencyMs.size();
             tool.say("event");
-            if (!QTest::qWaitFor([&] { return latencyMs.size() > before; }, 5000)) {
+            if (!DTestWorkstation::waitFor([&] { return latencyMs.size() > before; }, 5000)) {
                 state.SkipWithError("a report was not journaled");
                 return;
             }
