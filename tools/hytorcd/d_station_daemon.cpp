@@ -1,5 +1,6 @@
 #include "d_station_daemon.h"
 
+#include "d_external_programs.h"
 #include "d_message_handler.h"
 #include "d_result_journal.h"
 #include "d_signal_watcher.h"
@@ -75,6 +76,10 @@ bool DStationDaemon::setUp(QString* error, int* status)
     }
     const QString bluetooth = m_config.value(QStringLiteral("bluetooth")).trimmed();
     QString device = m_config.value(QStringLiteral("device"));
+    // Binding a tool needs the system's Bluetooth programs and bus: said once, not retried for ever.
+    *error = bluetooth.isEmpty() ? QString() : DExternalPrograms().missingFor({QStringLiteral("searchAndConnect")});
+    if (!error->isEmpty())
+        return false;
     if (bluetooth.isEmpty() && device.isEmpty()) {
         m_simulator = new DSimulatorProcess(false);
         // A newcomer sees results arrive without a tool.
