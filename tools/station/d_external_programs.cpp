@@ -7,6 +7,8 @@
 #include <QRegularExpression>
 #include <QStandardPaths>
 
+#include <algorithm>
+
 namespace {
 
 constexpr int c_graceMs = 1000;
@@ -21,6 +23,35 @@ QStringList programsOf(const QString& command)
         {QStringLiteral("searchAndConnect"), {"bluetoothctl", "timeout", "rfcomm"}},
     };
     return programs.value(command);
+}
+
+// The steps of the Bluetooth commands, told by the program each one runs (without the
+// wrappers `timeout` and `stdbuf`); a scan of searchAndConnect comes before a trust retried.
+struct DStep {
+    const char* command;
+    const char* program;  // how the program's command line starts
+    int number;
+    const char* doing;
+    const char* wait;
+};
+const DStep c_steps[] = {
+    {"startDetection", "bluetoothctl devices", 1, "listing the known devices", "up to 2 s"},
+    {"startDetection", "bluetoothctl --timeout 10 scan", 2, "scanning for tools", "10 s"},
+    {"searchAndConnect", "bluetoothctl remove", 1, "forgetting an earlier pairing", "a moment"},
+    {"searchAndConnect", "bluetoothctl power", 2, "powering the adapter on", "a moment"},
+    {"searchAndConnect", "bluetoothctl --timeout 10 scan", 3, "scanning before trusting again", "10 s"},
+    {"searchAndConnect", "bluetoothctl trust", 3, "trusting the tool", "up to 10 s"},
+    {"searchAndConnect", "bluetoothctl connect", 4, "connecting to the tool", "up to 15 s"},
+    {"searchAndConnect", "rfcomm release", 5, "releasing /dev/rfcomm0", "a moment"},
+    {"searchAndConnect", "rfcomm bind", 6, "binding /dev/rfcomm0 to the tool", "a moment"},
+};
+
+int stepCount(const QString& command)
+{
+    int count = 0;
+    for (const DStep& step : c_steps)
+        count = command == QLatin1String(step.command) ? std::max(count, step.number) : count;
+    return count;
 }
 
 QString packageOf(const QString& program)
@@ -64,13 +95,37 @@ QString DExternalPrograms::missingFor(const QStringList& commands) const
     return QString();
 }
 
+bool DExternalPrograms::runsPrograms(const QString& command)
+{
+    return !programsOf(command).isEmpty();
+}
+
+QString DExternalPrograms::runningProgram() const
+{
+    return DDescendantProcesses::runningProgram(m_spared);
+}
+
+QString DExternalPrograms::stepOf(const QString& command, const QString& program)
+{
+    for (const DStep& step : c_steps) {
+        if (command == QLatin1String(step.command) && program.startsWith(QLatin1String(step.program)))
+            return QStringLiteral("%1: step %2 of %3, %4 (%5): %6")
+                .arg(command)
+                .arg(step.number)
+                .arg(stepCount(command))
+                .arg(QLatin1String(step.doing), program, QLatin1String(step.wait));
+    }
+    return QString();
+}
+
 QString DExternalPrograms::stuckMessage(double seconds) const
 {
-    const QString program = DDescendantProcesses::runningProgram(m_spared);
+    const QString program = runningProgram();
     if (program.isEmpty())
         return QString();
-    // A scan, trust or connect that does not end waits for the tool; the rest for bluetoothd.
-    const bool waitsForTool = program.contains(QRegularExpression(QStringLiteral("^bluetoothctl .*(scan|trust|connect)")));
+    // A trust or connect that does not end waits for the tool; the rest (a scan bounded by
+    // its own --timeout included) for bluetoothd.
+    const bool waitsForTool = program.contains(QRegularExpression(QStringLiteral("^bluetoothctl (trust|connect)")));
     return QStringLiteral("%1 did not answer in %2 s: %3")
         .arg(program, QString::number(seconds), waitsForTool ? c_checkTool : c_checkService);
 }
