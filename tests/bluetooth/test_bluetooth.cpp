@@ -146,7 +146,8 @@ private slots:
         QTest::newRow("no system bus") << "" << QByteArray() << connect << false << "bus" << "hytorc: no system bus at ";
         QTest::newRow("bus without the service: --timeout ends the scan") << "" << QByteArray()
             << QStringList{"--timeout", "3", "startDetection"} << false << "service"
-            << "hytorc: bluetoothctl --timeout 10 scan on did not answer in 3 s: is the bluetooth service running?\n";
+            << "hytorc: bluetoothctl --timeout 10 scan on did not answer in 3 s: the bluetooth service (org.bluez) is not on "
+               "the system bus: start it (service bluetooth start)\n";
         QTest::newRow("no port open yet") << "" << QByteArray() << QStringList{"getToolInfo"} << false << ""
             << "hytorc: getToolInfo: no port is open yet; searchAndConnect serialId=ADDRESS opens one, before it";
     }
@@ -169,7 +170,8 @@ private slots:
             QFile config(tools.dir() + "/bus.conf");
             QVERIFY(QFile::remove(tools.dir() + "/bluetoothctl") && config.open(QIODevice::WriteOnly));
             config.write("<busconfig><type>system</type><listen>unix:path=" + tools.dir().toUtf8() + "/bus</listen>"
-                         "<policy context='default'><allow send_destination='*'/><allow own='*'/></policy></busconfig>");
+                         "<policy context='default'><allow user='*'/><allow send_destination='*'/>"
+                         "<allow receive_sender='*'/><allow own='*'/></policy></busconfig>");
             config.close();
             bus.start("dbus-daemon", {"--nofork", "--config-file=" + config.fileName()});
             QTRY_VERIFY(QFile::exists(tools.dir() + "/bus"));

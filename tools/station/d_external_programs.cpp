@@ -2,6 +2,8 @@
 
 #include "d_descendant_processes.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QFileInfo>
 #include <QHash>
 #include <QRegularExpression>
@@ -15,6 +17,7 @@ constexpr int c_graceMs = 1000;
 const QString c_defaultBus = QStringLiteral("/run/dbus/system_bus_socket");
 const QString c_checkTool = QStringLiteral("is the tool switched on, in range and free of another host?");
 const QString c_checkService = QStringLiteral("is the bluetooth service running?");
+constexpr int c_busAnswerMs = 1000;
 
 QStringList programsOf(const QString& command)
 {
@@ -58,6 +61,22 @@ QString packageOf(const QString& program)
 {
     return program == QLatin1String("bluetoothctl") || program == QLatin1String("rfcomm") ? QStringLiteral("bluez")
                                                                                           : QStringLiteral("coreutils");
+}
+
+// What a program that waits for bluetoothd should have checked: the service's name on the
+// system bus, when the bus answers; the question alone when it does not.
+QString serviceCheck()
+{
+    QDBusMessage ask = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
+                                                      QStringLiteral("/org/freedesktop/DBus"),
+                                                      QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameHasOwner"));
+    ask << QStringLiteral("org.bluez");
+    const QDBusMessage answer = QDBusConnection::systemBus().call(ask, QDBus::Block, c_busAnswerMs);
+    if (answer.type() != QDBusMessage::ReplyMessage)
+        return c_checkService;
+    return answer.arguments().value(0).toBool()
+        ? QStringLiteral("the bluetooth service is on the system bus: is an adapter there and powered (bluetoothctl show)?")
+        : QStringLiteral("the bluetooth service (org.bluez) is not on the system bus: start it (service bluetooth start)");
 }
 
 // bluetoothctl aborts at once without a system bus; a "unix:path=" address is checked for.
@@ -127,7 +146,7 @@ QString DExternalPrograms::stuckMessage(double seconds) const
     // its own --timeout included) for bluetoothd.
     const bool waitsForTool = program.contains(QRegularExpression(QStringLiteral("^bluetoothctl (trust|connect)")));
     return QStringLiteral("%1 did not answer in %2 s: %3")
-        .arg(program, QString::number(seconds), waitsForTool ? c_checkTool : c_checkService);
+        .arg(program, QString::number(seconds), waitsForTool ? c_checkTool : serviceCheck());
 }
 
 QString DExternalPrograms::failureHint(const QString& command, const QVariantMap& results)
