@@ -10,7 +10,12 @@ const QString c_errorCode = QStringLiteral("ERRORCODE,");
 QString DFailureWords::explain(const DFailure& f)
 {
     const QString progId = f.arguments.value(QStringLiteral("progId")).toString();
-    if (f.reason.isEmpty() && (f.command == QLatin1String("setProgram") || f.command == QLatin1String("getPresetData")))
+    const bool readsList = f.command == QLatin1String("setProgram") || f.command == QLatin1String("getPresetData");
+    if (f.reason.isEmpty() && readsList && !(progId.toInt() >= 1))
+        return QStringLiteral("%1 failed: %2 (a whole number from 1: a position in listProgram's list)")
+            .arg(f.command, progId.isEmpty() ? QStringLiteral("no progId given")
+                                             : QStringLiteral("progId=%1 is no program id").arg(progId));
+    if (f.reason.isEmpty() && readsList)
         return f.listRead ? QStringLiteral("%1 failed: no program %2 in the list that listProgram read").arg(f.command, progId)
                           : QStringLiteral("%1 failed: it reads the program list of listProgram, which must run first "
                                            "on the same command line (hytorc listProgram %1 progId=%2)")

@@ -10,6 +10,8 @@
 #include <QTimer>
 #include <QtDebug>
 
+#include <cerrno>
+#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,9 +30,12 @@ QString portProblem(const QString& path, QString* error)
     struct stat status = {};
     if (::stat(QFile::encodeName(path).constData(), &status) != 0)
         return QStringLiteral("check the port's name, and that the tool is paired and bound to it");
-    if (!S_ISCHR(status.st_mode)) {
+    // ENOTTY: the serial settings were refused by a device that is no terminal (/dev/null).
+    if (!S_ISCHR(status.st_mode) || error->endsWith(QString::fromLocal8Bit(std::strerror(ENOTTY)))) {
         *error = QStringLiteral("cannot open %1: not a serial port (%2)")
-                     .arg(path, S_ISDIR(status.st_mode) ? QStringLiteral("a folder") : QStringLiteral("a file"));
+                     .arg(path, S_ISDIR(status.st_mode) ? QStringLiteral("a folder")
+                                : S_ISCHR(status.st_mode) ? QStringLiteral("a device that is no terminal")
+                                                          : QStringLiteral("a file"));
         return QStringLiteral("give the tool's port, for a Bluetooth tool /dev/rfcomm0");
     }
     if (::access(QFile::encodeName(path).constData(), R_OK | W_OK) != 0)

@@ -85,8 +85,11 @@ void DMessageHandler::write(const QString& line)
 // A --verbose trail of debug lines is left whole: it is asked for.
 void DMessageHandler::handle(QtMsgType type, const QMessageLogContext&, const QString& message)
 {
+    // A value logged in its debug form reads as the value: QVariant(QString, "abc") as "abc".
+    static const QRegularExpression debugForm(
+        QStringLiteral("QVariant\\((?:QString|int|uint|bool|double|qlonglong|qulonglong), ([^()]*)\\)"));
     if (type == QtDebugMsg || type == QtInfoMsg || !collapsed(message))
-        write(message.trimmed());
+        write(QString(message).replace(debugForm, QStringLiteral("\\1")).trimmed());
 }
 
 // The first of a kind is written whole; the same again within a second is counted and said
