@@ -98,6 +98,14 @@ int DCliSession::run()
         complain(error);
         return CeExitCommandFailed;
     }
+    const bool allOk = runSequence(prepared);
+    m_link->close();
+    return allOk ? CeExitSuccess : CeExitCommandFailed;
+}
+
+// The orders one after the other, each once the link is there; true when every one succeeded.
+bool DCliSession::runSequence(const QList<DArgumentConverter::DOrderArguments>& prepared)
+{
     bool allOk = true;
     int i = 0;
     QString lost;
@@ -115,8 +123,7 @@ int DCliSession::run()
                                      .arg(m_commandLine.reconnectSeconds).arg(notRun).arg(lost),
                                  DLinkSupervisor::notBackCheck());
     }
-    m_link->close();
-    return allOk && i == m_commandLine.orders.size() && !m_outputFailed ? CeExitSuccess : CeExitCommandFailed;
+    return allOk && i == m_commandLine.orders.size() && !m_outputFailed;
 }
 
 bool DCliSession::setUp(QString* error)

@@ -34,6 +34,7 @@ private:
     bool setUp(QString* error);
     bool prepareOrders(QList<DArgumentConverter::DOrderArguments>* orders, QString* error) const;
     bool startSimulator(DSimulatorProcess* simulator, QString* path, int* status);
+    bool runSequence(const QList<DArgumentConverter::DOrderArguments>& prepared);
     bool runOrder(const DCommandLine::Order& order, const DArgumentConverter::DOrderArguments& prepared);
     bool awaitLink(const QString& listener, const bool& stopping);
     void sayFailure(const QString& name, const DArgumentConverter::DOrderArguments& prepared, const QString& reason);

@@ -6,6 +6,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QMetaMethod>
 #include <QEventLoop>
 #include <QTimer>
 #include <QtDebug>
@@ -168,7 +169,7 @@ void DLinkSupervisor::onInstructionFailed(const QString& target, const QString& 
 {
     if (instruction == c_changeDevicePath || m_lost)
         return;
-    if (m_openedPath.isEmpty()) {
+    if (m_openedPath.isEmpty() && isSignalConnected(QMetaMethod::fromSignal(&DLinkSupervisor::sigNoPortOpen))) {
         emit sigNoPortOpen();
         return;
     }

@@ -35,7 +35,7 @@ signals:
     // The driver has let go of the port and ended its listeners. Emitted queued: the
     // port's own error handling has finished before anyone reacts.
     void sigLinkLost();
-    // A command used the port before any was opened.
+    // A command used the port before any was opened; without a receiver, the failure is said as any other.
     void sigNoPortOpen();
 
 private slots:
