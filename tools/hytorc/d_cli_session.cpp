@@ -262,6 +262,9 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const DArgumentConv
     connect(&limit, &QTimer::timeout, &loop, stop);
     if (recurrent && m_commandLine.forSeconds > 0)
         limit.start(int(m_commandLine.forSeconds * 1000));
+    std::unique_ptr<DStepProgress> progress;
+    if (showsProgress() && DExternalPrograms::runsPrograms(order.name))
+        progress = std::make_unique<DStepProgress>(m_programs, order.name);
     // Started after the timers: a command may block in its start (startDetection lists for 2 s).
     runId = m_runner->start(m_device, order.name, arguments, &error);
     if (runId == 0)
@@ -287,9 +290,6 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const DArgumentConv
                                 "before it on the same command line").arg(order.name));
         stop();
     });
-    std::unique_ptr<DStepProgress> progress;
-    if (showsProgress() && DExternalPrograms::runsPrograms(order.name))
-        progress = std::make_unique<DStepProgress>(m_programs, order.name);
     if (runId != 0 && !outcomes.contains(runId))
         loop.exec();
     progress.reset();
