@@ -1,4 +1,5 @@
-// The Bluetooth commands with bluetoothctl and rfcomm played by stand-ins: hytorc --bluetooth
+// The Bluetooth commands with bluetoothctl and rfcomm played by stand-ins (or the real bluetoothctl
+// on a system bus of the test's own, without the bluetooth service): hytorc --bluetooth
 // as a technician runs it, then searchAndConnect's retry and failure roads and checkSerialId
 // in the real workstation with the real serial driver.
 #include "d_abstract_plugin.h"

@@ -5,9 +5,9 @@
 #include "d_signal_watcher.h"
 
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QMetaMethod>
-#include <QEventLoop>
 #include <QTimer>
 #include <QtDebug>
 
