@@ -12,7 +12,7 @@ packages=(
   libmosquitto-dev mosquitto mosquitto-clients openssl
   libbenchmark-dev
   clang libclang-rt-dev
-  bluez
+  bluez dbus
 )
 
 missing=()

@@ -1,4 +1,5 @@
-// The Bluetooth commands with bluetoothctl and rfcomm played by stand-ins: hytorc --bluetooth
+// The Bluetooth commands with bluetoothctl and rfcomm played by stand-ins (or the real bluetoothctl
+// on a system bus of the test's own, without the bluetooth service): hytorc --bluetooth
 // as a technician runs it, then searchAndConnect's retry and failure roads and checkSerialId
 // in the real workstation with the real serial driver.
 #include "d_abstract_plugin.h"
@@ -80,7 +81,8 @@ private slots:
         DSimulatedTool tool;
         QVERIFY(tool.start({}));
         tools.playNormalRoad(tool.linkPath());
-        const auto run = hytorc(tools, {"searchAndConnect", "serialId='" + c_mac + "'", "getToolInfo"});
+        tools.play("bluetoothctl", "trust", "sleep 0.5; echo \"Changing $mac trust succeeded\"");  // long enough to be seen
+        const auto run = hytorc(tools, {"--verbose", "searchAndConnect", "serialId='" + c_mac + "'", "getToolInfo"});
         QVERIFY2(run->process.exitCode() == 0, run->errText().constData());
         QCOMPARE(run->successes(), (QList<bool>{true, true}));
         QCOMPARE(run->json(0).value("results").toObject().toVariantMap(), (QVariantMap{{"doneOk", true}, {"failed", false}}));
@@ -95,6 +97,20 @@ private slots:
             if (i > 0)
                 QVERIFY2(calls.at(i).ms - calls.at(i - 1).ms >= pauses[i - 1], qPrintable(expected.at(i)));
         }
+        QCOMPARE(run->count("hytorc: searchAndConnect: step 3 of 6, trusting the tool (bluetoothctl trust " + c_mac.toUtf8()
+                            + "): up to 10 s"), 1);
+
+        // The station service binds the tool the same way, then listens on the port it opened.
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("PATH", tools.pathVariable());
+        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + tools.dir() + "/bus");
+        QTemporaryDir state;
+        DTimedHytorc station({"--bluetooth", c_mac, "--journal", state.filePath("r.db")}, environment, "hytorcd");
+        QVERIFY2(QTest::qWaitFor([&] { return station.count("listening") == 1; }, 30000), station.errText().constData());
+        QCOMPARE(tools.calls().size(), 2 * expected.size());
+        station.process.terminate();
+        QVERIFY(station.waitForEnd(2000));
+        QCOMPARE(station.process.exitCode(), 0);
     }
 
     // Sorted, first name kept, addresses upper-cased, other devices skipped, one line per chunk that adds a tool.
@@ -126,48 +142,67 @@ private slots:
     {
         QTest::addColumn<QString>("verb");  // the bluetoothctl verb played its own way
         QTest::addColumn<QByteArray>("script");
-        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<bool>("interrupt");  // Ctrl-C once the verb has started
-        QTest::addColumn<QString>("missing");  // program taken off PATH, or "bus"
+        QTest::addColumn<QString>("missing");  // program taken off PATH, "bus", or "service" (the real bluetoothctl)
         QTest::addColumn<QString>("message");
         const QByteArray hang = "sleep 600 & echo \"0 $! sleep\" >> \"$here/calls\"; wait";
-        QTest::newRow("power on hangs: --timeout names it") << "power" << hang << QStringList{"--timeout", "1"} << false << ""
-            << "hytorc: bluetoothctl power on did not answer in 1 s: is the bluetooth service running?\n";
-        QTest::newRow("trust under timeout hangs: Ctrl-C") << "trust" << hang << QStringList{} << true << "" << "";
-        QTest::newRow("connect refused") << "connect" << QByteArray("echo 'Failed to connect'") << QStringList{} << false << ""
+        const QStringList connect{"searchAndConnect", "serialId=" + c_mac};
+        QTest::newRow("power on hangs: --timeout names it") << "power" << hang << QStringList{"--timeout", "1"} + connect
+            << false << "" << "hytorc: bluetoothctl power on did not answer in 1 s: is the bluetooth service running?\n";
+        QTest::newRow("trust under timeout hangs: Ctrl-C") << "trust" << hang << connect << true << "" << "";
+        QTest::newRow("connect refused") << "connect" << QByteArray("echo 'Failed to connect'") << connect << false << ""
             << "hytorc: searchAndConnect failed: is the tool switched on, in range and free of another host? "
                "(bluetoothctl info ADDRESS tells more)\n";
-        QTest::newRow("no bluetoothctl") << "" << QByteArray() << QStringList{} << false << "bluetoothctl"
+        QTest::newRow("no bluetoothctl") << "" << QByteArray() << connect << false << "bluetoothctl"
             << "hytorc: bluetoothctl not found on PATH: install the bluez package (bash scripts/setup.sh)\n";
-        QTest::newRow("no system bus") << "" << QByteArray() << QStringList{} << false << "bus" << "hytorc: no system bus at ";
+        QTest::newRow("no system bus") << "" << QByteArray() << connect << false << "bus" << "hytorc: no system bus at ";
+        QTest::newRow("bus without the service: --timeout ends the scan") << "" << QByteArray()
+            << QStringList{"--timeout", "3", "startDetection"} << false << "service"
+            << "hytorc: bluetoothctl --timeout 10 scan on did not answer in 3 s: the bluetooth service (org.bluez) is not on "
+               "the system bus: start it (service bluetooth start)\n";
+        QTest::newRow("no port open yet") << "" << QByteArray() << QStringList{"getToolInfo"} << false << ""
+            << "hytorc: getToolInfo: no port is open yet; searchAndConnect serialId=ADDRESS opens one, before it";
     }
 
     void nothingHangsOrOutlivesHytorc()
     {
         QFETCH(QString, verb);
         QFETCH(QByteArray, script);
-        QFETCH(QStringList, options);
+        QFETCH(QStringList, arguments);
         QFETCH(bool, interrupt);
         QFETCH(QString, missing);
         QFETCH(QString, message);
         DStandInTools tools;
         tools.playNormalRoad("/nonexistent");
         tools.play("bluetoothctl", verb, script);
-        if (missing == "bus")
+        QProcess bus;  // a system bus of our own, where no bluetooth service answers
+        if (missing == "bus" || missing == "service")
             QFile::remove(tools.dir() + "/bus");
-        else if (!missing.isEmpty())
+        if (missing == "service") {
+            QFile config(tools.dir() + "/bus.conf");
+            QVERIFY(QFile::remove(tools.dir() + "/bluetoothctl") && config.open(QIODevice::WriteOnly));
+            config.write("<busconfig><type>system</type><listen>unix:path=" + tools.dir().toUtf8() + "/bus</listen>"
+                         "<policy context='default'><allow user='*'/><allow send_destination='*'/>"
+                         "<allow receive_sender='*'/><allow own='*'/></policy></busconfig>");
+            config.close();
+            bus.start("dbus-daemon", {"--nofork", "--config-file=" + config.fileName()});
+            QTRY_VERIFY(QFile::exists(tools.dir() + "/bus"));
+        } else if (!missing.isEmpty() && missing != "bus") {
             tools.remove(missing);
-        const auto run = hytorc(tools, options + QStringList{"searchAndConnect", "serialId=" + c_mac}, interrupt ? verb : "");
+        }
+        const auto run = hytorc(tools, arguments, interrupt ? verb : "");
         QCOMPARE(run->process.exitCode(), 1);
-        // serialId is read without being declared: the host's warning about it is not the fault's line.
+        // The device listing that startDetection gives up on after 2 s is dropped while it runs: Qt says so.
         QByteArray err = run->errText();
-        err.remove(0, err.startsWith("hytorc: searchAndConnect does not declare") ? err.indexOf('\n') + 1 : 0);
+        err.remove(0, err.startsWith("hytorc: QProcess: Destroyed while process") ? err.indexOf('\n') + 1 : 0);
         QVERIFY2(err.startsWith(message.toUtf8()) && err.count('\n') <= 1, run->errText().constData());
-        QCOMPARE(tools.calls().isEmpty(), !missing.isEmpty());
+        QCOMPARE(tools.calls().isEmpty(), !missing.isEmpty() || !arguments.contains("searchAndConnect"));
         for (const auto& call : tools.calls()) {  // gone, or a zombie
             QFile stat(QStringLiteral("/proc/%1/stat").arg(call.pid));
             QVERIFY2(!stat.open(QIODevice::ReadOnly) || stat.readAll().contains(") Z "), qPrintable(call.line));
         }
+        bus.close();
     }
 
     // The roads run side by side, one workstation each: only the pauses make them slow.

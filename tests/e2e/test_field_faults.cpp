@@ -8,6 +8,8 @@
 
 #include <QtTest>
 
+#include <csignal>
+
 class TestFieldFaults : public QObject
 {
     Q_OBJECT
@@ -65,6 +67,7 @@ private slots:
         };
         row("no command", {}, 2, "no command given");
         row("unknown command", {"getNothing"}, 2, "unknown command \"getNothing\"");
+        row("misspelled command", {"getToolInf"}, 2, "(did you mean getToolInfo?)");
         row("parameter first", {"lock=1", "getToolInfo"}, 2, "comes before any command");
         row("bad option value", {"--timeout", "soon", "getToolInfo"}, 2, "--timeout");
         row("no plug-ins", {"--plugins", "/nonexistent", "getToolInfo"}, 2, "/nonexistent");
@@ -74,7 +77,22 @@ private slots:
         row("for without a listener", {"--for", "1", "getToolInfo"}, 2, "--for only limits a recurrent command");
         row("timeout beyond a timer", {"--timeout", "1e300", "getToolInfo"}, 2, "--timeout takes a number of seconds");
         row("nameless parameter", {"getToolInfo", "=1"}, 2, "parameter \"=1\" has no name");
-        row("undeclared parameter", {"getToolInfo", "lock=1"}, 0, "getToolInfo does not declare \"lock\" (declared: none)");
+        row("misspelled parameter", {"setLock", "lok=1"}, 0, "setLock does not declare \"lok\": did you mean lock?");
+        row("not a boolean", {"setLock", "lock=maybe"}, 0, "setLock reads lock=maybe as true (lock)");
+        row("no boolean", {"setLock"}, 0, "setLock reads a missing lock as false (unlock)");
+        row("not a number", {"setPingInterval", "interval=abc"}, 0, "setPingInterval reads interval=abc as 150");
+        row("beyond an int", {"setPingInterval", "interval=99999999999"}, 2, "interval=99999999999 is out of range");
+        row("below a uint", {"getPresetData", "progId=-1"}, 2, "progId=-1 is out of range: the command takes whole numbers from 0");
+        row("no program list", {"setProgram", "progId=2"}, 1, "listProgram, which must run first on the same command line");
+        row("level refused", {"setLevelAccess", "level=L9"}, 1, "the tool refused access level \"L9\" (error code 2)");
+        row("not a serial port", {"--device", "/etc/hostname", "getToolInfo"}, 1, "/etc/hostname: not a serial port (a file)");
+        row("no folder for the results", {"--output", "/nonexistent/r.csv", "--for", "1", "listenEventsData"}, 2,
+            "check that the folder /nonexistent exists");
+        row("full disk ends the run", {"--output", "/dev/full", "--sim-arg=--event-period=50", "listenEventsData"}, 1,
+            "cannot write /dev/full: No space left on device");
+        // The simulator reports every 3 s by itself; a junk stream's critical lines are counted, not repeated.
+        row("simulator reports", {"--for", "4.5", "listenEventsData"}, 0, "PASSED 1)");
+        row("junk stream", {"--sim-arg=--junk-period=1", "--for", "2.5", "listenEventsData"}, 0, "Thread =");
         row("junk in the plug-in folder", {"--plugins", "PLUGINS", "list"}, 0, "libnotes.so");
         row("missing device", {"--device", "/nonexistent/rfcomm0", "getToolInfo"}, 1, "cannot open /nonexistent/rfcomm0");
         // A reply that never ends is cut at the engine's bound, not left to grow the host.
@@ -117,6 +135,27 @@ private slots:
         QCOMPARE(hytorc.count("interrupted: 1 command(s) not run"), 1);
         QCOMPARE(hytorc.successes(), QList<bool>{false});
         QCOMPARE(hytorc.json(0).value("command").toString(), QStringLiteral("getToolInfo"));
+
+        // Ctrl-C at a terminal reaches the whole process group, the simulator too: no link was lost.
+        DTimedHytorc group({"--json", "--sim-arg=--event-period=100", "listenEventsData"});
+        QTRY_VERIFY_WITH_TIMEOUT(!group.out.isEmpty(), 20000);
+        const qint64 pid = group.process.processId();
+        QFile children(QStringLiteral("/proc/%1/task/%1/children").arg(pid));
+        QVERIFY(children.open(QIODevice::ReadOnly));
+        const QList<QByteArray> members = children.readAll().split(' ') << QByteArray::number(pid);
+        for (const QByteArray& member : members)
+            ::kill(pid_t(member.toLongLong()), member.isEmpty() ? 0 : SIGINT);
+        QVERIFY(group.waitForEnd(10000));
+        QVERIFY2(group.process.exitCode() == 0 && group.count("link lost") == 0, group.errText().constData());
+
+        // A reader that goes away ends the run: hytorc --json listenEventsData | head -n 2.
+        QProcess listener, head;
+        listener.setStandardOutputProcess(&head);
+        head.start("head", {"-n", "2"});
+        listener.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc",
+                       {"--json", "--sim-arg=--event-period=100", "listenEventsData"});
+        QVERIFY(listener.waitForFinished(20000) && head.waitForFinished());
+        QCOMPARE(listener.exitCode(), 1);
     }
 
     // The fifth frame the tool receives is the second command's request: the drop comes mid-command.

@@ -1,10 +1,37 @@
 #include "d_argument_converter.h"
 
+#include "d_close_names.h"
+
 #include <QJsonDocument>
-#include <QtDebug>
+#include <QRegularExpression>
+
+#include <functional>
+#include <limits>
+
+namespace {
+
+// How a command of the device plug-in reads a value after the workstation's conversion
+// to its type: its own rule for a value out of its use.
+struct DReadingRule {
+    const char* command;
+    const char* parameter;
+    std::function<QString(const QVariant&)> read;
+};
+
+const DReadingRule c_readingRules[] = {
+    {"setLock", "lock", [](const QVariant& v) { return v.toBool() ? QStringLiteral("true (lock)")
+                                                                   : QStringLiteral("false (unlock)"); }},
+    {"setPingInterval", "interval", [](const QVariant& v) { return QString::number(v.toInt() < 1 ? 150 : v.toInt()); }},
+    {"setLevelAccess", "level", [](const QVariant& v) {
+         const QString level = v.toString().toUpper().trimmed();
+         return level.isEmpty() ? QStringLiteral("L4") : level;
+     }},
+};
+
+} // namespace
 
 bool DArgumentConverter::convert(const QString& command, const QVariantList& declared,
-                                 const QStringList& assignments, QVariantMap* arguments, QString* message)
+                                 const QStringList& assignments, DOrderArguments* order, QString* message)
 {
     QHash<QString, QString> types;
     QStringList names;
@@ -21,16 +48,35 @@ bool DArgumentConverter::convert(const QString& command, const QVariantList& dec
             *message = QStringLiteral("parameter \"%1\" has no name").arg(assignment);
             return false;
         }
-        // Some commands read parameters they do not declare: passed on, but a typo shows.
+        // Some commands read parameters they do not declare (searchAndConnect serialId): a typo shows.
+        const QString meant = types.contains(name) ? QString() : DCloseNames::closest(name, names);
+        if (!meant.isEmpty())
+            order->notes << QStringLiteral("%1 does not declare \"%2\": did you mean %3? (passed on as text)")
+                                .arg(command, name, meant);
         if (!types.contains(name))
-            qWarning().noquote() << QStringLiteral("%1 does not declare \"%2\" (declared: %3); passed on as text")
-                                        .arg(command, name, names.isEmpty() ? QStringLiteral("none")
-                                                                            : names.join(QStringLiteral(", ")));
+            order->undeclared << name;
         const QString type = types.value(name, QStringLiteral("QString"));
+        *message = rangeError(type, text);
+        if (!message->isEmpty()) {
+            *message = QStringLiteral("%1=%2 %3").arg(name, text, *message);
+            return false;
+        }
         QVariant value;
         // A value that does not fit its type reaches the command as text, as the host
-        // passes it: the command's own rule for a bad value applies.
-        arguments->insert(name, convertValue(type, text, &value) ? value : QVariant(text));
+        // passes it: the command's own rule for a bad value applies, and is told.
+        const bool fits = convertValue(type, text, &value);
+        order->arguments.insert(name, fits ? value : QVariant(text));
+        const QString read = fits ? QString() : reading(command, name, type, text);
+        if (!read.isEmpty())
+            order->notes << QStringLiteral("%1 reads %2=%3 as %4").arg(command, name, text, read);
+    }
+    for (const QVariant& d : declared) {
+        const QVariantMap declaration = d.toMap();
+        const QString name = declaration.value(QStringLiteral("name")).toString();
+        const QString read = order->arguments.contains(name) || declaration.value(QStringLiteral("default")).isValid()
+            ? QString() : reading(command, name, types.value(name), QVariant());
+        if (!read.isEmpty())
+            order->notes << QStringLiteral("%1 reads a missing %2 as %3").arg(command, name, read);
     }
     return true;
 }
@@ -55,4 +101,36 @@ bool DArgumentConverter::convertValue(const QString& type, const QString& text, 
         *value = text;
     }
     return ok;
+}
+
+// A whole number the type cannot hold would reach the command wrapped round: refused.
+QString DArgumentConverter::rangeError(const QString& type, const QString& text)
+{
+    static const QRegularExpression whole(QStringLiteral("^\\s*[+-]?\\d+\\s*$"));
+    const bool isInt = type == QLatin1String("int");
+    if ((!isInt && type != QLatin1String("uint")) || !whole.match(text).hasMatch())
+        return QString();
+    bool ok = false;
+    isInt ? text.trimmed().toInt(&ok) : text.trimmed().toUInt(&ok);
+    if (ok)
+        return QString();
+    return QStringLiteral("is out of range: the command takes whole numbers from %1 to %2")
+        .arg(isInt ? qint64(std::numeric_limits<int>::min()) : 0)
+        .arg(isInt ? qint64(std::numeric_limits<int>::max()) : qint64(std::numeric_limits<uint>::max()));
+}
+
+// What the command makes of `given` (a text of the wrong type, or nothing): the host's
+// conversion to the declared type, then the command's own rule. Empty when nothing is known.
+QString DArgumentConverter::reading(const QString& command, const QString& name, const QString& type,
+                                    const QVariant& given)
+{
+    for (const DReadingRule& rule : c_readingRules) {
+        if (command == QLatin1String(rule.command) && name == QLatin1String(rule.parameter))
+            return rule.read(given);
+    }
+    if (type == QLatin1String("bool"))
+        return given.toBool() ? QStringLiteral("true") : QStringLiteral("false");
+    if (type == QLatin1String("int") && given.isValid())
+        return QString::number(given.toInt());
+    return QString();
 }

@@ -9,14 +9,23 @@
 class DArgumentConverter
 {
 public:
-    // `declared`: the command's parameter declarations ({name, type, ...}). Undeclared
-    // names pass as text, with a warning; so do values that do not fit their type.
-    // False with a one-line reason when a name is empty.
+    struct DOrderArguments {
+        QVariantMap arguments;
+        QStringList notes;       // one line each, to say before the command runs
+        QStringList undeclared;  // names passed on that the command does not declare
+    };
+
+    // `declared`: the command's parameter declarations ({name, type, default, ...}). Undeclared
+    // names pass as text, noted when close to a declared one; a value that does not fit its type
+    // passes as text, noted with how the command reads it. False with a one-line reason when a
+    // name is empty or a whole number lies beyond its type's range.
     static bool convert(const QString& command, const QVariantList& declared, const QStringList& assignments,
-                        QVariantMap* arguments, QString* message);
+                        DOrderArguments* order, QString* message);
 
 private:
     static bool convertValue(const QString& type, const QString& text, QVariant* value);
+    static QString rangeError(const QString& type, const QString& text);
+    static QString reading(const QString& command, const QString& name, const QString& type, const QVariant& given);
 };
 
 #endif // D_ARGUMENT_CONVERTER_H

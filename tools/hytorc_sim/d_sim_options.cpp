@@ -51,6 +51,9 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
          &eventPeriodMs, 0, INT_MAX},
         {QCommandLineOption("event-burst", "Send n reports back to back for each event (default 1).", "n"), &eventBurst, 1,
          1000},
+        {QCommandLineOption("junk-period", "Fault: write a burst of mostly 0x00/0xFF bytes every ms milliseconds "
+                                           "(default 0 = never).", "ms"),
+         &junkPeriodMs, 0, INT_MAX},
         {QCommandLineOption("ignore-headers", "Fault: ignore the first n link headers.", "n"), &ignoreHeaders, 0, INT_MAX},
         {QCommandLineOption("noise", "Fault: write 1-4 noise bytes ('A', 'B', 'C'...) before pct % of the frames.", "pct"),
          &noisePercent, 0, 100},

@@ -23,6 +23,7 @@ public:
 
     int ignoreHeaders = 0;
     bool junkBeforeReply = false;
+    int junkPeriodMs = 0;  // 0: no junk of its own
     int noisePercent = 0;
     bool noiseWithNul = false;
     int splitPercent = 0;

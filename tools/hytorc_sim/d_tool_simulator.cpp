@@ -37,6 +37,7 @@ DToolSimulator::DToolSimulator(const DSimOptions& options, DToolState* state, QO
 {
     connect(&m_link, &DHcpToolLink::sigDropRequested, this, &DToolSimulator::onDropRequested, Qt::QueuedConnection);
     connect(&m_eventTimer, &QTimer::timeout, this, &DToolSimulator::onEventPeriod);
+    connect(&m_junkTimer, &QTimer::timeout, this, [this] { m_writer.writeJunkBurst(); });
     if (options.eventInTransaction)
         connect(&m_link, &DHcpToolLink::sigRequestAcknowledged, this, &DToolSimulator::sendEvent);
 }
@@ -68,6 +69,8 @@ bool DToolSimulator::start(QString* error)
         return false;
     if (m_options.eventPeriodMs > 0)
         m_eventTimer.start(m_options.eventPeriodMs);
+    if (m_options.junkPeriodMs > 0)
+        m_junkTimer.start(m_options.junkPeriodMs);
     return true;
 }
 

@@ -62,6 +62,7 @@ private:
     DHcpToolLink m_link;
     std::unique_ptr<DPseudoTerminal> m_port;
     QTimer m_eventTimer;
+    QTimer m_junkTimer;
 };
 
 #endif // D_TOOL_SIMULATOR_H

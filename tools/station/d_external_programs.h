@@ -15,6 +15,13 @@ public:
     void spare(qint64 pid);
     // Empty when the commands can run here; else one line: what is missing and what to do.
     QString missingFor(const QStringList& commands) const;
+    // The command runs system programs: it ends by itself, within --timeout.
+    static bool runsPrograms(const QString& command);
+    // "program arguments" of the system program running now; empty when none.
+    QString runningProgram() const;
+    // "searchAndConnect: step 3 of 6, trusting the tool (bluetoothctl trust ADDRESS): up to 10 s",
+    // or empty when `program` is no step of `command`.
+    static QString stepOf(const QString& command, const QString& program);
     // "bluetoothctl power on did not answer in 60 s: ...", or empty when no program runs.
     QString stuckMessage(double seconds) const;
     // What to check when `command` ended by itself with a failure; empty when nothing to say.

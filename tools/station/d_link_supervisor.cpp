@@ -2,11 +2,19 @@
 
 #include "d_instruction_router.h"
 #include "d_message_handler.h"
+#include "d_signal_watcher.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
+#include <QMetaMethod>
 #include <QTimer>
 #include <QtDebug>
+
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -14,6 +22,32 @@ const QString c_driverTarget = QStringLiteral("driver");
 const QString c_changeDevicePath = QStringLiteral("changeDevicePath");
 constexpr int c_answerTimeoutMs = 5000;
 constexpr int c_retryPeriodMs = 250;
+const QString c_checkInRange = QStringLiteral("check that the tool is switched on and in range");
+
+// What a port that would not open says about itself: a path that is no terminal gets
+// "Inappropriate ioctl for device" from the serial settings, which names nothing to check.
+QString portProblem(const QString& path, QString* error)
+{
+    struct stat status = {};
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0)
+        return QStringLiteral("check the port's name, and that the tool is paired and bound to it");
+    // ENOTTY: the serial settings were refused by a device that is no terminal (/dev/null).
+    if (!S_ISCHR(status.st_mode) || error->endsWith(QString::fromLocal8Bit(std::strerror(ENOTTY)))) {
+        *error = QStringLiteral("cannot open %1: not a serial port (%2)")
+                     .arg(path, S_ISDIR(status.st_mode) ? QStringLiteral("a folder")
+                                : S_ISCHR(status.st_mode) ? QStringLiteral("a device that is no terminal")
+                                                          : QStringLiteral("a file"));
+        return QStringLiteral("give the tool's port, for a Bluetooth tool /dev/rfcomm0");
+    }
+    if (::access(QFile::encodeName(path).constData(), R_OK | W_OK) != 0)
+        return QStringLiteral("check that this user may open %1 (group dialout)").arg(path);
+    // An RFCOMM port says on opening that its tool does not answer.
+    if (error->contains(QLatin1String("Host is down")))
+        return c_checkInRange;
+    if (error->contains(QLatin1String("Connection refused")))
+        return QStringLiteral("check that the tool is switched on and paired");
+    return QString();
+}
 
 } // namespace
 
@@ -34,6 +68,9 @@ bool DLinkSupervisor::open(const QString& path, QString* error)
     // The driver names the port first; "PATH is in use by another program" reads whole.
     if (error->startsWith(path + QStringLiteral(": ")))
         *error = QStringLiteral("cannot open ") + *error;
+    const QString check = portProblem(path, error);
+    if (!check.isEmpty())
+        *error += QStringLiteral("; ") + check;
     return false;
 }
 
@@ -86,8 +123,14 @@ void DLinkSupervisor::onPortStateChanged(bool open, const QString& reason)
     DMessageHandler::setDevicePath(reason);
 }
 
+QString DLinkSupervisor::notBackCheck() { return c_checkInRange; }
+
+// Ctrl-C reaches the whole process group: a simulator of ours ends with us and takes its
+// port along. That is no loss of the link; the handler has seen the signal before the port went.
 void DLinkSupervisor::onPortLost(const QString& devicePath, const QString& cause)
 {
+    if (DSignalWatcher::terminationReceived())
+        return;
     m_lost = true;
     ++m_losses;
     m_down.start();
@@ -120,9 +163,15 @@ bool DLinkSupervisor::openOnce(const QString& path, QString* error)
 
 // Open and reopen failures are said by whoever asked; once the link is down, the
 // writes of a command still winding down would only repeat "link lost".
+// A command that writes before any port was opened (--bluetooth before searchAndConnect)
+// would retry for 18 s: told once, to whoever runs it.
 void DLinkSupervisor::onInstructionFailed(const QString& target, const QString& instruction, const QString& reason)
 {
     if (instruction == c_changeDevicePath || m_lost)
         return;
+    if (m_openedPath.isEmpty() && isSignalConnected(QMetaMethod::fromSignal(&DLinkSupervisor::sigNoPortOpen))) {
+        emit sigNoPortOpen();
+        return;
+    }
     DMessageHandler::say(QStringLiteral("%1 \"%2\": %3").arg(target, instruction, reason));
 }

@@ -28,11 +28,15 @@ public:
     void abort();
     // "link lost N time(s), S s without it"; empty while it never was.
     QString lossSummary() const;
+    // What to check when the port did not come back.
+    static QString notBackCheck();
 
 signals:
     // The driver has let go of the port and ended its listeners. Emitted queued: the
     // port's own error handling has finished before anyone reacts.
     void sigLinkLost();
+    // A command used the port before any was opened; without a receiver, the failure is said as any other.
+    void sigNoPortOpen();
 
 private slots:
     void onPortStateChanged(bool open, const QString& reason);

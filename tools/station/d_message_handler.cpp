@@ -1,32 +1,58 @@
 #include "d_message_handler.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QHash>
 #include <QLoggingCategory>
+#include <QMutex>
+#include <QRegularExpression>
+#include <QTimer>
 
 #include <cstdio>
 
 namespace {
 
-QString& devicePath()
+constexpr qint64 c_repeatWindowMs = 1000;
+
+QString& portPath()
 {
     static QString path;
     return path;
 }
 
-// Words of known faults and what the technician should look at; the first that fits.
-struct DHint {
-    const char* words;
-    const char* check;
+// A log line that came again within the window: its last text and how often it was held back.
+struct DRepeat {
+    QElapsedTimer since;  // the window's start
+    QString last;
+    int held = 0;
 };
-const DHint c_hints[] = {
-    {"link not back", "check that the tool is switched on and in range"},
-    {"Tool communication timeout", "check that the tool is switched on, in range and paired, and that %1 is its port"},
-    {"No such file or directory", "check the port's name, and that the tool is paired and bound to it"},
-    {"Permission denied", "check that this user may open %1 (group dialout)"},
-    // What an RFCOMM port says on opening when its tool does not answer.
-    {"Host is down", "check that the tool is switched on and in range"},
-    {"Connection refused", "check that the tool is switched on and paired"},
-};
+
+QMutex& repeatsLock()
+{
+    static QMutex lock;
+    return lock;
+}
+
+QHash<QString, DRepeat>& repeats()
+{
+    static QHash<QString, DRepeat> all;
+    return all;
+}
+
+// The plug-in's critical lines carry a time stamp, a thread and an object before their text
+// (fields cut by ";\t"), and the figures of the case: what repeats is the text, figures aside.
+QString repeatKey(const QString& message)
+{
+    static const QRegularExpression figures(QStringLiteral("\\d+"));
+    return message.section(QStringLiteral(";\t"), -1).replace(figures, QStringLiteral("#"));
+}
+
+QString countedLine(const DRepeat& repeat)
+{
+    return QStringLiteral("%1 (\u00d7%2 in the last second)")
+        .arg(repeat.last.section(QStringLiteral(";\t"), -1).trimmed())
+        .arg(repeat.held);
+}
 
 } // namespace
 
@@ -35,14 +61,18 @@ void DMessageHandler::install(bool verbose)
     if (!verbose)
         QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
     qInstallMessageHandler(&DMessageHandler::handle);
+    qAddPostRoutine(&DMessageHandler::sayRepeats);
 }
 
-void DMessageHandler::setDevicePath(const QString& path) { devicePath() = path; }
+void DMessageHandler::setDevicePath(const QString& path) { portPath() = path; }
 
-void DMessageHandler::say(const QString& message)
+QString DMessageHandler::devicePath() { return portPath(); }
+
+void DMessageHandler::say(const QString& message) { write(message); }
+
+void DMessageHandler::say(const QString& message, const QString& check)
 {
-    const QString hint = hintFor(message);
-    write(hint.isEmpty() ? message : message + QStringLiteral("; ") + hint);
+    write(check.isEmpty() ? message : message + QStringLiteral("; ") + check);
 }
 
 void DMessageHandler::write(const QString& line)
@@ -51,23 +81,48 @@ void DMessageHandler::write(const QString& line)
     std::fflush(stderr);
 }
 
-QString DMessageHandler::hintFor(const QString& message)
-{
-    for (const DHint& hint : c_hints) {
-        if (message.contains(QLatin1String(hint.words))) {
-            const QString check = QString::fromLatin1(hint.check);
-            return check.contains(QLatin1String("%1")) ? check.arg(devicePath()) : check;
-        }
-    }
-    return QString();
-}
-
 // The plug-in's critical lines open with a line break of their own layout; their text is kept.
-// Only faults get a hint: a --verbose trail of retries would repeat it.
+// A --verbose trail of debug lines is left whole: it is asked for.
 void DMessageHandler::handle(QtMsgType type, const QMessageLogContext&, const QString& message)
 {
-    if (type == QtDebugMsg || type == QtInfoMsg)
-        write(message.trimmed());
-    else
-        say(message.trimmed());
+    // A value logged in its debug form reads as the value: QVariant(QString, "abc") as "abc".
+    static const QRegularExpression debugForm(
+        QStringLiteral("QVariant\\((?:QString|int|uint|bool|double|qlonglong|qulonglong), ([^()]*)\\)"));
+    if (type == QtDebugMsg || type == QtInfoMsg || !collapsed(message))
+        write(QString(message).replace(debugForm, QStringLiteral("\\1")).trimmed());
+}
+
+// The first of a kind is written whole; the same again within a second is counted and said
+// once when the second is over, so that a stream of junk bytes cannot flood the terminal.
+bool DMessageHandler::collapsed(const QString& message)
+{
+    QMutexLocker locker(&repeatsLock());
+    DRepeat& repeat = repeats()[repeatKey(message)];
+    if (repeat.since.isValid() && repeat.since.elapsed() < c_repeatWindowMs) {
+        repeat.last = message;
+        if (repeat.held++ == 0 && QCoreApplication::instance())
+            QTimer::singleShot(int(c_repeatWindowMs - repeat.since.elapsed()), Qt::PreciseTimer,
+                               QCoreApplication::instance(), &DMessageHandler::sayRepeats);
+        return true;
+    }
+    repeat.since.start();
+    return false;
+}
+
+// Says the counts held back (a window is over, or the program ends) and opens new windows.
+void DMessageHandler::sayRepeats()
+{
+    QStringList lines;
+    {
+        QMutexLocker locker(&repeatsLock());
+        for (DRepeat& repeat : repeats()) {
+            if (repeat.held == 0)
+                continue;
+            lines << countedLine(repeat);
+            repeat.held = 0;
+            repeat.since.start();
+        }
+    }
+    for (const QString& line : lines)
+        write(line);
 }

@@ -2,6 +2,7 @@
 
 #include "d_result_record.h"
 
+#include <QFileInfo>
 
 bool DResultRecorder::open(const QString& path, QString* error)
 {
@@ -9,8 +10,11 @@ bool DResultRecorder::open(const QString& path, QString* error)
         return true;
     m_csv = path.endsWith(QLatin1String(".csv"), Qt::CaseInsensitive);
     m_file.setFileName(path);
-    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Append)) {
-        *error = QStringLiteral("cannot write %1: %2").arg(path, m_file.errorString());
+    // A device (/dev/stdout, /dev/full) has no end to append at.
+    const QFileInfo target(path);
+    if (!m_file.open(target.exists() && !target.isFile() ? QIODevice::WriteOnly : QIODevice::WriteOnly | QIODevice::Append)) {
+        *error = QStringLiteral("cannot write %1: %2; check that the folder %3 exists and that this user may write in it")
+                     .arg(path, m_file.errorString(), QFileInfo(path).absolutePath());
         return false;
     }
     bool ok = true;
@@ -44,7 +48,8 @@ QString DResultRecorder::summary() const
 void DResultRecorder::writeLine(const QByteArray& line, QString* error, bool* ok)
 {
     if (m_file.write(line + '\n') < 0 || !m_file.flush()) {
-        *error = QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString());
+        *error = QStringLiteral("cannot write %1: %2; check the room left on its disk")
+                     .arg(m_file.fileName(), m_file.errorString());
         *ok = false;
     }
 }

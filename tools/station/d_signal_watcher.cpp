@@ -11,6 +11,7 @@ namespace {
 
 // Write end of the pipe that the handler wakes the event loop through.
 volatile int s_wakeFd = -1;
+volatile sig_atomic_t s_received = 0;
 
 sigset_t terminationSignals()
 {
@@ -24,6 +25,7 @@ sigset_t terminationSignals()
 void onTerminationSignal(int signalNumber)
 {
     const int savedErrno = errno;
+    s_received = 1;
     const unsigned char number = static_cast<unsigned char>(signalNumber);
     if (::write(s_wakeFd, &number, 1) < 0) {
         // Nothing to do from a signal handler: the pipe is full or gone.
@@ -32,6 +34,8 @@ void onTerminationSignal(int signalNumber)
 }
 
 }  // namespace
+
+bool DSignalWatcher::terminationReceived() { return s_received != 0; }
 
 void DSignalWatcher::blockTerminationSignals()
 {

@@ -14,6 +14,8 @@ class DSignalWatcher : public QObject
 public:
     // Must run before any thread starts, so that every thread inherits the mask.
     static void blockTerminationSignals();
+    // SIGINT or SIGTERM has arrived, even if the event loop has not yet said so.
+    static bool terminationReceived();
 
     explicit DSignalWatcher(QObject* parent = nullptr);
     ~DSignalWatcher() override;
