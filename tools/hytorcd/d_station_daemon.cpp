@@ -1,6 +1,7 @@
 #include "d_station_daemon.h"
 
 #include "d_message_handler.h"
+#include "d_op_server.h"
 #include "d_result_journal.h"
 #include "d_signal_watcher.h"
 #include "d_simulator_process.h"
@@ -43,7 +44,7 @@ DStationDaemon::~DStationDaemon()
 
 QList<DStationConfig::DKey> DStationDaemon::configKeys()
 {
-    return DStationService::configKeys();
+    return DStationService::configKeys() + DOpServer::configKeys();
 }
 
 int DStationDaemon::run(const QStringList& arguments)
@@ -101,13 +102,16 @@ bool DStationDaemon::setUp(QString* error, int* status)
     }
     m_service = new DStationService(m_workstation, m_journal, station);
     m_service->start(device, bluetooth);
-    return true;
+    m_opServer = new DOpServer(m_config, m_service, m_journal, this);
+    return m_opServer->start(error);
 }
 
 // Stops listening the host's way, closes the link and the journal, then leaves the event loop.
 void DStationDaemon::onTerminate()
 {
     DMessageHandler::say(QStringLiteral("stopping"));
+    if (m_opServer)
+        m_opServer->stop();
     m_service->stop([this] {
         m_journal->close();
         QCoreApplication::exit(CeExitSuccess);

@@ -5,6 +5,7 @@
 
 #include <QObject>
 
+class DOpServer;
 class DResultJournal;
 class DSignalWatcher;
 class DSimulatorProcess;
@@ -37,6 +38,7 @@ private:
     DWorkstation* m_workstation = nullptr;
     DSimulatorProcess* m_simulator = nullptr;
     DStationService* m_service = nullptr;
+    DOpServer* m_opServer = nullptr;
     DSignalWatcher* m_signals = nullptr;
 };
 
