@@ -71,6 +71,8 @@ void DOpSession::close(const QString& reason)
         qInfo().noquote() << QStringLiteral("Open Protocol client %1 left").arg(m_peer);
     m_idle.stop();
     m_ackTimer.stop();
+    // The replies before the reason still go out; what the client sends after it is dropped.
+    m_socket->flush();
     m_socket->abort();
     emit sigClosed();
 }
@@ -122,8 +124,7 @@ void DOpSession::handle(const DOpMessage& message)
         return close(QString());
     case 3:
         accept(mid);
-        m_socket->disconnectFromHost();
-        return;
+        return close(QString());
     case 10:
         return send(11, DOpLayouts::programIds(m_server->service()->programs()));
     case 12:
