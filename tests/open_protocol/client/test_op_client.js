@@ -18,8 +18,7 @@ const children = [];
 
 function run(program, args) {
   const child = spawn(path.join(bin, program), args, { stdio: ['pipe', 'pipe', 'pipe'] });
-  child.out = '';
-  child.err = '';
+  Object.assign(child, { out: '', err: '' });
   child.stdout.on('data', (d) => { child.out += d; });
   child.stderr.on('data', (d) => { child.err += d; });
   children.push(child);
@@ -34,14 +33,12 @@ async function until(what, check, ms = 15000) {
 
 const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
-function freePort() {
-  return new Promise((resolve) => {
-    const probe = net.createServer().listen(0, '127.0.0.1', () => {
-      const { port } = probe.address();
-      probe.close(() => resolve(port));
-    });
+const freePort = () => new Promise((resolve) => {
+  const probe = net.createServer().listen(0, '127.0.0.1', () => {
+    const { port } = probe.address();
+    probe.close(() => resolve(port));
   });
-}
+});
 
 function startDaemon(port) {
   return run('hytorcd', ['--device', link, '--journal', path.join(dir, 'r.db'), '--station', 'T1',
@@ -70,10 +67,9 @@ async function main() {
   sim.stdin.write('event\nevent\n');
   await until('two results', () => results.length === 2);
   assert.deepStrictEqual(results.map((r) => r.tighteningId), ['0000000001', '0000000002']);
-  assert.strictEqual(results[0].controllerName, 'T1');
-  assert.strictEqual(results[0].cellId, 1);
-  assert.strictEqual(results[0].paramSetId, 1);
-  assert.strictEqual(results[0].torqueTarget, 162.7);  // P1: 120 ft·lb
+  const { controllerName, cellId, paramSetId, torqueTarget } = results[0];
+  assert.deepStrictEqual({ controllerName, cellId, paramSetId, torqueTarget },  // P1: 120 ft·lb
+    { controllerName: 'T1', cellId: 1, paramSetId: 1, torqueTarget: 162.7 });
   assert.ok(results[0].torque > 140 && results[0].torque < 170, `torque ${results[0].torque}`);
   assert.match(results[0].timestamp, /^\d{4}-\d\d-\d\d:\d\d:\d\d:\d\d$/);
 
@@ -81,8 +77,7 @@ async function main() {
   await assert.rejects(client.selectParameterSet(9), (e) => e.errorCode === 2);
   sim.stdin.write('event\n');
   await until('the result of program 2', () => results.length === 3);
-  assert.strictEqual(results[2].paramSetId, 2);
-  assert.strictEqual(results[2].torqueTarget, 250.5);
+  assert.deepStrictEqual([results[2].paramSetId, results[2].torqueTarget], [2, 250.5]);
 
   await client.disableTool();
   assert.match(sim.err, /tool locked/);
@@ -91,8 +86,7 @@ async function main() {
 
   // Silence past the client's 7 s: its 9999 is answered and hytorcd (--op-idle 10) keeps it.
   await sleep(11000);
-  assert.strictEqual(client.getState().connection.lastMID, 9999);
-  assert.strictEqual(disconnections, 0);
+  assert.deepStrictEqual([client.getState().connection.lastMID, disconnections], [9999, 0]);
 
   daemon.kill('SIGTERM');
   await until('hytorcd stopped', () => daemon.exitCode === 0);
