@@ -45,6 +45,8 @@ DOpSession::DOpSession(QTcpSocket* socket, DOpServer* server)
     , m_peer(QStringLiteral("%1 port %2").arg(socket->peerAddress().toString()).arg(socket->peerPort()))
 {
     socket->setParent(this);
+    // Small messages answered one by one: none waits for the one before it to be acknowledged.
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     m_idle.setSingleShot(true);
     m_idle.setInterval(server->idleMs());
     m_ackTimer.setSingleShot(true);
