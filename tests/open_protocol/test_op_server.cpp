@@ -55,65 +55,72 @@ private slots:
         QVERIFY2(QTest::qWaitFor([this] { return m_daemon->count("listening") > 0; }, 20000), m_daemon->errText());
     }
 
-    void cleanupTestCase() { QCOMPARE(m_daemon->count("lost"), 0); }
+    void cleanupTestCase() { QCOMPARE(m_daemon->count("result lost"), 0); }
 
     void exchange_data()
     {
         QTest::addColumn<QByteArray>("sent");
-        QTest::addColumn<bool>("event");     // the tool reports a tightening after `sent`
+        QTest::addColumn<QByteArray>("tool");  // told to the simulator after `sent`; "drop" before connecting
         QTest::addColumn<int>("holders");    // other clients connected meanwhile
         QTest::addColumn<QString>("answer");  // all that comes back, as a pattern
         QTest::addColumn<bool>("closed");
         QTest::addColumn<int>("logLines");
 
-        QTest::newRow("programs, in one write with NULs between") << c_start + QByteArray(3, '\0') + msg("0010") << false << 0
+        QTest::newRow("programs, in one write with NULs between") << c_start + QByteArray(3, '\0') + msg("0010") << QByteArray() << 0
             << c_started + "00380011001 {9}005001002003004005\\|" << false << 0;
         QTest::newRow("program 2, padded header, spaced number") << c_start + "0027001200100101        002" + '\0' + msg("0012", "009")
-            << false << 0
+            << QByteArray() << 0
             << c_started + "01040013001 {9}0100202P2 {23}0310400050000000600000007025050080000009000001000030\\|"
                + refused("0012", "02") << false << 0;
-        QTest::newRow("tool identity") << c_start + msg("0040") << false << 0
+        QTest::newRow("tool identity") << c_start + msg("0040") << QByteArray() << 0
             << c_started + "00810041001 {9}01HYT24A0137    02\\d{10}032025-09-14:00:00:0004T1        \\|" << false << 0;
         QTest::newRow("program selected by 0018, 0015 to the subscriber")
             << c_start + msg("0014") + msg("0014") + msg("0018", "   3") + msg("0018", "7") + msg("0017") + msg("0017")
-            << false << 0
+            << QByteArray() << 0
             << c_started + accepted("0014") + refused("0014", "13") + "(?:" + c_selected + accepted("0018") + "|"
                + accepted("0018") + c_selected + ")" + refused("0018", "02") + accepted("0017") + refused("0017", "14") << false << 0;
         QTest::newRow("unknown MID, wrong revision, 0001 twice, blank revision")
             << c_start + msg("0077") + msg("0010", {}, "002") + c_start + msg("9999", {}, "   ")
-            << false << 0 << c_started + refused("0077", "99") + refused("0010", "97") + refused("0001", "96")
+            << QByteArray() << 0 << c_started + refused("0077", "99") + refused("0010", "97") + refused("0001", "96")
                + "00209999001 {9}\\|" << false << 0;
         QTest::newRow("an unanswered result sent 4 times, then closed") << c_start + msg("0060") + msg("0060")
-            << true << 0 << c_started + accepted("0060") + refused("0060", "09") + c_result + c_result + c_result + c_result
+            << QByteArray("event") << 0 << c_started + accepted("0060") + refused("0060", "09") + c_result + c_result + c_result + c_result
             << true << 1;
         QTest::newRow("latest and unknown old results") << c_start + msg("0064", "0000000000") + msg("0064", "99")
-            << false << 0 << c_started + "01180065001 {9}01000000000102[\\d ]{25}0300304000005[01]06[01]070"
+            << QByteArray() << 0 << c_started + "01180065001 {9}01000000000102[\\d ]{25}0300304000005[01]06[01]070"
                "08\\d{6}0900000" + "10" + c_timestamp + "110\\|" + refused("0064", "15") << false << 0;
         QTest::newRow("acknowledged, then unsubscribed") << c_start + msg("0060") + msg("0063") + msg("0063")
-            << false << 0 << c_started + accepted("0060") + accepted("0063") + refused("0063", "10") << false << 0;
-        QTest::newRow("0003 ends the session") << c_start + msg("0003") + msg("0010") << false << 0
+            << QByteArray() << 0 << c_started + accepted("0060") + accepted("0063") + refused("0063", "10") << false << 0;
+        QTest::newRow("0003 ends the session") << c_start + msg("0003") + msg("0010") << QByteArray() << 0
             << c_started + accepted("0003") << true << 0;
-        QTest::newRow("0002 of a client leaving") << c_start + msg("0002") << false << 0 << c_started << true << 0;
-        QTest::newRow("MID before 0001") << msg("0010") << false << 0 << QString() << true << 1;
-        QTest::newRow("length not digits") << c_start + "00x40001001         " + '\0' << false << 0 << c_started << true << 1;
-        QTest::newRow("length below 20") << QByteArray("0019000100100000000\0", 20) << false << 0 << QString() << true << 1;
-        QTest::newRow("not ended where its length says") << QByteArray("00200001001         X") << false << 0
+        QTest::newRow("0002 of a client leaving") << c_start + msg("0002") << QByteArray() << 0 << c_started << true << 0;
+        QTest::newRow("MID before 0001") << msg("0010") << QByteArray() << 0 << QString() << true << 1;
+        QTest::newRow("length not digits") << c_start + "00x40001001         " + '\0' << QByteArray() << 0 << c_started << true << 1;
+        QTest::newRow("length below 20") << QByteArray("0019000100100000000\0", 20) << QByteArray() << 0 << QString() << true << 1;
+        QTest::newRow("not ended where its length says") << QByteArray("00200001001         X") << QByteArray() << 0
             << QString() << true << 1;
-        QTest::newRow("ended before its length says") << QByteArray("00300001001         \0", 21) << false << 0
+        QTest::newRow("ended before its length says") << QByteArray("00300001001         \0", 21) << QByteArray() << 0
             << QString() << true << 1;
-        QTest::newRow("one client too many") << c_start << false << 2 << QString() << true << 1;
-        QTest::newRow("gone silent") << QByteArray() << false << 0 << QString() << true << 1;
+        QTest::newRow("one client too many") << c_start << QByteArray() << 2 << QString() << true << 1;
+        QTest::newRow("gone silent") << QByteArray() << QByteArray() << 0 << QString() << true << 1;
+        QTest::newRow("tool commands while the link is down") << c_start + msg("0018", "001") + msg("0042") + msg("0043")
+            << QByteArray("drop") << 0 << c_started + refused("0018", "27") + refused("0042", "27") + refused("0043", "27")
+            << false << 0;
     }
 
     void exchange()
     {
         QFETCH(QByteArray, sent);
-        QFETCH(bool, event);
+        QFETCH(QByteArray, tool);
         QFETCH(int, holders);
         QFETCH(QString, answer);
         QFETCH(bool, closed);
         QFETCH(int, logLines);
         const int linesBefore = m_daemon->count("closed") + m_daemon->count("refused");
+        if (tool == "drop") {
+            m_tool.say(tool);
+            QVERIFY(QTest::qWaitFor([this] { return m_daemon->count("retrying") > 0; }, 10000));
+        }
         QList<std::shared_ptr<QTcpSocket>> others;
         for (int i = 0; i < holders; ++i) {
             others << std::make_shared<QTcpSocket>();
@@ -126,8 +133,8 @@ private slots:
         client.connectToHost(QHostAddress::LocalHost, m_port);
         QVERIFY(client.waitForConnected(2000));
         client.write(sent);
-        if (event)
-            m_tool.say("event");
+        if (tool == "event")
+            m_tool.say(tool);
         QByteArray received;
         const QRegularExpression pattern(QRegularExpression::anchoredPattern(answer));
         const auto shown = [&] { return QString::fromLatin1(QByteArray(received).replace('\0', '|')); };

@@ -101,9 +101,11 @@ bool DStationDaemon::setUp(QString* error, int* status)
         DMessageHandler::say(QStringLiteral("no --device given: using the tool simulator at %1").arg(device));
     }
     m_service = new DStationService(m_workstation, m_journal, station);
-    m_service->start(device, bluetooth);
     m_opServer = new DOpServer(m_config, m_service, m_journal, this);
-    return m_opServer->start(error);
+    if (!m_opServer->start(error))
+        return false;
+    m_service->start(device, bluetooth);
+    return true;
 }
 
 // Stops listening the host's way, closes the link and the journal, then leaves the event loop.
