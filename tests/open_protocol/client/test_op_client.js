@@ -5,10 +5,7 @@
 // Run by CTest with HYTORC_BUILD_DIR set; the package comes from `npm ci` (scripts/setup.sh).
 const assert = require('assert');
 const { spawn } = require('child_process');
-const fs = require('fs');
-const net = require('net');
-const os = require('os');
-const path = require('path');
+const [fs, net, os, path] = ['fs', 'net', 'os', 'path'].map(require);
 const { OpenProtocolNutrunner } = require('node-nutrunner-open-library');
 
 const bin = path.join(process.env.HYTORC_BUILD_DIR || 'build', 'bin');
@@ -54,8 +51,7 @@ async function main() {
 
   const client = new OpenProtocolNutrunner({ host: '127.0.0.1', port, brand: 'simulator', validateFrames: false });
   const results = [];
-  let subscriptions = 0;
-  let disconnections = 0;
+  let [subscriptions, disconnections] = [0, 0];
   client.on('spindleResult', (r) => results.push(r));
   client.on('revisionNegotiated', () => { subscriptions += 1; });
   client.on('disconnected', () => { disconnections += 1; });
