@@ -1,7 +1,8 @@
 // hytorcd's Open Protocol server, as a real process over the simulator, with clients on
 // 127.0.0.1 that subscribe to results and acknowledge each at once.
 // - Latency: from the tool's report (the simulator told "event", unpaced: --baud 0) to the
-//   0061 on each client's socket, the journal's commit and fsync in between; 1 and 5 clients.
+//   0061 on each client's socket, the journal's commit and fsync in between; 1 and 5 clients,
+//   and the same with the journal on tmpfs, to tell the disk's share.
 // - CPU: hytorcd's user + system time (/proc/PID/stat) with 5 clients (and with none, for
 //   comparison) while the simulator sends reports at the link's capacity (115200 baud).
 //   HYTORC_BENCH_SECONDS shortens each run (default 60).
@@ -11,6 +12,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <QDir>
 #include <QEventLoop>
 #include <QFile>
 #include <QTcpServer>
@@ -79,9 +81,10 @@ private:
     QByteArray m_buffer;
 };
 
-// hytorcd over the simulator, with `clients` subscribers.
+// hytorcd over the simulator, with `clients` subscribers; the journal in `folder`.
 struct DStation {
-    DStation(const QStringList& simulatorArguments, int clients)
+    DStation(const QStringList& simulatorArguments, int clients, const QString& folder = QDir::tempPath())
+        : dir(folder + QStringLiteral("/bench-op-XXXXXX"))
     {
         QTcpServer probe;
         probe.listen(QHostAddress::LocalHost);
@@ -131,7 +134,9 @@ double percentile(std::vector<double> values, double share)
 void BM_ReportTo0061(benchmark::State& state)
 {
     const int clients = int(state.range(0));
-    DStation station({"--baud", "0"}, clients);
+    const bool onDisk = state.range(1) != 0;
+    state.SetLabel(onDisk ? "journal on disk (fsync)" : "journal on tmpfs (no real fsync)");
+    DStation station({"--baud", "0"}, clients, onDisk ? QDir::tempPath() : QStringLiteral("/dev/shm"));
     if (!station.ready) {
         state.SkipWithError("hytorcd, the simulator or the clients could not start");
         return;
@@ -199,6 +204,7 @@ void BM_CpuAtLinkCapacity(benchmark::State& state)
 
 } // namespace
 
-BENCHMARK(BM_ReportTo0061)->Arg(1)->Arg(5)->Unit(benchmark::kMillisecond)->Iterations(1);
+// {clients, journal on disk}: tmpfs shows what the journal's fsync costs of the whole.
+BENCHMARK(BM_ReportTo0061)->Args({1, 1})->Args({5, 1})->Args({1, 0})->Args({5, 0})->Unit(benchmark::kMillisecond)->Iterations(1);
 // 0 clients: hytorcd's own share (link, plug-in, journal), for comparison.
 BENCHMARK(BM_CpuAtLinkCapacity)->Arg(0)->Arg(5)->Unit(benchmark::kSecond)->UseManualTime()->Iterations(1);

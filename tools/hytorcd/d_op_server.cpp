@@ -153,7 +153,7 @@ void DOpServer::onNewConnection()
             socket->deleteLater();
             continue;
         }
-        auto* session = new DOpSession(socket, this);
+        auto* session = new DOpSession(socket, peer.toString(), this);
         connect(session, &DOpSession::sigClosed, this, [this, session] { forget(session); });
         m_sessions << session;
     }

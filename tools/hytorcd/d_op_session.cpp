@@ -38,11 +38,11 @@ enum EnError {
 
 } // namespace
 
-DOpSession::DOpSession(QTcpSocket* socket, DOpServer* server)
+DOpSession::DOpSession(QTcpSocket* socket, const QString& address, DOpServer* server)
     : QObject(server)
     , m_socket(socket)
     , m_server(server)
-    , m_peer(QStringLiteral("%1 port %2").arg(socket->peerAddress().toString()).arg(socket->peerPort()))
+    , m_peer(QStringLiteral("%1 port %2").arg(address).arg(socket->peerPort()))
 {
     socket->setParent(this);
     // Small messages answered one by one: none waits for the one before it to be acknowledged.
@@ -173,24 +173,27 @@ bool DOpSession::handleSubscriptions(const DOpMessage& message)
             accept(mid);
         m_programsSubscribed = mid == 14;
         return true;
-    case 60:
+    case 60: {
         // One client asks for its revision in the data too.
-        if (numberOf(message) > 1)
+        const bool served = numberOf(message) <= 1;
+        if (!served)
             refuse(mid, CeRevisionUnsupported);
         else if (m_resultsSubscribed)
             refuse(mid, CeResultsSubscribed);
         else
             accept(mid);
-        m_resultsSubscribed = m_resultsSubscribed || numberOf(message) <= 1;
+        m_resultsSubscribed = m_resultsSubscribed || served;
         return true;
+    }
     case 63:
-        if (!m_resultsSubscribed)
-            return refuse(mid, CeResultsNotSubscribed), true;
+        if (m_resultsSubscribed)
+            accept(mid);
+        else
+            refuse(mid, CeResultsNotSubscribed);
         m_resultsSubscribed = false;
         m_results.clear();
         m_inFlight = 0;
         m_ackTimer.stop();
-        accept(mid);
         return true;
     case 62:
         if (m_inFlight) {
@@ -304,7 +307,12 @@ void DOpSession::onAckTimeout()
     m_ackTimer.start();
 }
 
-void DOpSession::send(int mid, const QByteArray& data) { m_socket->write(DOpMessage(mid, data).bytes()); }
+// Handed to the kernel at once (without blocking): no extra turn of the event loop per message.
+void DOpSession::send(int mid, const QByteArray& data)
+{
+    m_socket->write(DOpMessage(mid, data).bytes());
+    m_socket->flush();
+}
 
 void DOpSession::accept(int mid) { send(5, QByteArray::number(mid).rightJustified(4, '0')); }
 

@@ -18,7 +18,8 @@ class DOpSession : public QObject
 {
     Q_OBJECT
 public:
-    DOpSession(QTcpSocket* socket, DOpServer* server);
+    // `address`: the client's address as the log lines name it.
+    DOpSession(QTcpSocket* socket, const QString& address, DOpServer* server);
     ~DOpSession() override;
 
     QString peer() const { return m_peer; }
