@@ -95,6 +95,18 @@ private slots:
             if (i > 0)
                 QVERIFY2(calls.at(i).ms - calls.at(i - 1).ms >= pauses[i - 1], qPrintable(expected.at(i)));
         }
+
+        // The station service binds the tool the same way, then listens on the port it opened.
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("PATH", tools.pathVariable());
+        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + tools.dir() + "/bus");
+        QTemporaryDir state;
+        DTimedHytorc station({"--bluetooth", c_mac, "--journal", state.filePath("r.db")}, environment, "hytorcd");
+        QVERIFY2(QTest::qWaitFor([&] { return station.count("listening") == 1; }, 30000), station.errText().constData());
+        QCOMPARE(tools.calls().size(), 2 * expected.size());
+        station.process.terminate();
+        QVERIFY(station.waitForEnd(2000));
+        QCOMPARE(station.process.exitCode(), 0);
     }
 
     // Sorted, first name kept, addresses upper-cased, other devices skipped, one line per chunk that adds a tool.

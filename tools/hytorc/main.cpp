@@ -2,19 +2,26 @@
 #include "d_cli_session.h"
 #include "d_command_line.h"
 #include "d_message_handler.h"
+#include "d_results_export.h"
 #include "d_descendant_processes.h"
 #include "d_signal_watcher.h"
 
 #include <QCoreApplication>
 
 #include <cstdio>
+#include <cstring>
 
 int main(int argc, char* argv[])
 {
-    DSignalWatcher::blockTerminationSignals();
+    // The journal's export reads and prints only: a closed pipe or Ctrl-C simply ends it.
+    const bool results = argc > 1 && std::strcmp(argv[1], "results") == 0;
+    if (!results)
+        DSignalWatcher::blockTerminationSignals();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("hytorc"));
     QCoreApplication::setApplicationVersion(QStringLiteral(HYTORC_VERSION));
+    if (results)
+        return DResultsExport().run(QCoreApplication::arguments().mid(1));
     DCommandLine commandLine;
     QString message;
     if (!commandLine.parse(QCoreApplication::arguments(), &message)) {

@@ -1,5 +1,6 @@
 #include "d_station_daemon.h"
 
+#include "d_external_programs.h"
 #include "d_message_handler.h"
 #include "d_op_server.h"
 #include "d_result_journal.h"
@@ -10,24 +11,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QEventLoop>
 #include <QHostInfo>
-#include <QStandardPaths>
-#include <QTimer>
-
-#include <unistd.h>
-
-namespace {
-
-// Where the journal goes when none is named: the system's state folder for the service.
-QString defaultJournal()
-{
-    if (::geteuid() == 0)
-        return QStringLiteral("/var/lib/hytorc/results.db");
-    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/hytorc/results.db");
-}
-
-} // namespace
 
 DStationDaemon::DStationDaemon(QObject* parent)
     : QObject(parent)
@@ -80,7 +64,7 @@ bool DStationDaemon::setUp(QString* error, int* status)
     const QString station = m_config.isSet(QStringLiteral("station")) ? m_config.value(QStringLiteral("station")).trimmed()
                                                                        : QHostInfo::localHostName();
     const QString journal = m_config.isSet(QStringLiteral("journal")) ? m_config.value(QStringLiteral("journal"))
-                                                                       : defaultJournal();
+                                                                       : DResultJournal::defaultPath();
     m_journal = new DResultJournal(this);
     if (!m_journal->open(journal, DResultJournal::CeWriter, error))
         return false;
@@ -93,6 +77,10 @@ bool DStationDaemon::setUp(QString* error, int* status)
     }
     const QString bluetooth = m_config.value(QStringLiteral("bluetooth")).trimmed();
     QString device = m_config.value(QStringLiteral("device"));
+    // Binding a tool needs the system's Bluetooth programs and bus: said once, not retried for ever.
+    *error = bluetooth.isEmpty() ? QString() : DExternalPrograms().missingFor({QStringLiteral("searchAndConnect")});
+    if (!error->isEmpty())
+        return false;
     if (bluetooth.isEmpty() && device.isEmpty()) {
         m_simulator = new DSimulatorProcess(false);
         // A newcomer sees results arrive without a tool.

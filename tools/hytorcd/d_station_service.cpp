@@ -145,6 +145,7 @@ void DStationService::startListening()
     if (m_listenRun == 0)
         return waitAndRetry(QStringLiteral("%1: %2").arg(c_listen, error));
     m_backoffSeconds = 1;
+    m_retrying = false;
     m_since = QDateTime::currentDateTimeUtc();
     setState(CeListening);
     runNextOrder();
@@ -204,7 +205,6 @@ void DStationService::onLinkLost()
     if (m_listenRun)
         m_runner->finish(m_listenRun);
     m_backoffSeconds = 1;
-    emit sigToolStateChanged(false);
     waitAndRetry(QString());
 }
 
@@ -214,7 +214,6 @@ void DStationService::waitAndRetry(const QString& reason)
     // A lost link fails the command in flight too: one wait for both.
     if (m_state == CeStopped || m_retry.isActive())
         return;
-    const bool wasWaiting = m_state == CeWaiting;
     if (m_state == CeListening)
         emit sigToolStateChanged(false);
     m_state = CeWaiting;
@@ -222,10 +221,11 @@ void DStationService::waitAndRetry(const QString& reason)
         m_link->close();
     const QString line = QStringLiteral("retrying in %1 s").arg(m_backoffSeconds)
                          + (reason.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(reason));
-    if (wasWaiting)
+    if (m_retrying)
         qInfo().noquote() << line;
     else
         DMessageHandler::say(line);
+    m_retrying = true;
     m_retry.start(m_backoffSeconds * 1000);
     m_backoffSeconds = qMin(m_backoffSeconds * 2, c_maxBackoffSeconds);
     for (const DOrder& order : qAsConst(m_orders))
@@ -237,9 +237,8 @@ void DStationService::setState(EnState state)
 {
     if (state == m_state)
         return;
-    const bool wasWaiting = m_state == CeWaiting;
     m_state = state;
-    if (state == CeConnecting && !wasWaiting)
+    if (state == CeConnecting && !m_retrying)
         DMessageHandler::say(QStringLiteral("connecting to %1").arg(m_bluetoothSerial.isEmpty() ? m_devicePath : m_bluetoothSerial));
     else if (state == CeListening) {
         DMessageHandler::say(QStringLiteral("listening"));

@@ -104,6 +104,7 @@ private:
     QQueue<DOrder> m_orders;
     bool m_orderRunning = false;
     int m_backoffSeconds = 1;
+    bool m_retrying = false;  // the first "retrying" of this outage was said
     QTimer m_retry;
 };
 

@@ -8,7 +8,12 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlRecord>
+#include <QStandardPaths>
 #include <QUuid>
+
+#include <cstdio>
+#include <ctime>
+#include <unistd.h>
 
 namespace {
 
@@ -28,9 +33,16 @@ const QStringList c_migrations{
                    "CREATE TABLE state (key TEXT PRIMARY KEY, value TEXT NOT NULL);"),
 };
 
+// 2026-11-23T08:00:00.123Z, written directly: QDateTime's formatting would take most of an export's time.
 QString isoUtc(qint64 ms)
 {
-    return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC).toString(Qt::ISODateWithMs);
+    const time_t seconds = time_t(ms / 1000);
+    tm utc{};
+    gmtime_r(&seconds, &utc);
+    char text[32];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1,
+                  utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, int(ms % 1000));
+    return QString::fromLatin1(text);
 }
 
 } // namespace
@@ -42,6 +54,13 @@ DResultJournal::DResultJournal(QObject* parent)
 }
 
 DResultJournal::~DResultJournal() { close(); }
+
+QString DResultJournal::defaultPath()
+{
+    if (::geteuid() == 0)
+        return QStringLiteral("/var/lib/hytorc/results.db");
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/hytorc/results.db");
+}
 
 int DResultJournal::schemaVersion() { return c_migrations.size(); }
 
@@ -142,6 +161,18 @@ QVariantMap DResultJournal::row(qint64 id) const
 bool DResultJournal::forEach(const DQuery& query, const std::function<bool(const QVariantMap&)>& each,
                              QString* error) const
 {
+    const QStringList& keys = DResultRecord::journalKeys();
+    return forEachValues(query, [&](const QVariantList& values) {
+        QVariantMap row;
+        for (int i = 0; i < keys.size(); ++i)
+            row.insert(keys.at(i), values.at(i));
+        return each(row);
+    }, error);
+}
+
+bool DResultJournal::forEachValues(const DQuery& query, const std::function<bool(const QVariantList&)>& each,
+                                   QString* error) const
+{
     QString sql = QStringLiteral("SELECT %1 FROM results WHERE id > ?").arg(DResultRecord::journalKeys().join(','));
     if (query.fromMs > 0)
         sql += QStringLiteral(" AND receivedAt >= %1").arg(query.fromMs);
@@ -158,8 +189,10 @@ bool DResultJournal::forEach(const DQuery& query, const std::function<bool(const
         *error = fail(QStringLiteral("cannot read"), rows);
         return false;
     }
+    QVariantList values;
     while (rows.next()) {
-        if (!each(rowOf(rows)))
+        valuesOf(rows, &values);
+        if (!each(values))
             break;
     }
     return true;
@@ -240,12 +273,12 @@ QString DResultJournal::fail(const QString& what, const QSqlQuery& query) const
     return QStringLiteral("journal %1: %2: %3").arg(m_path, what, query.lastError().text());
 }
 
-QVariantMap DResultJournal::rowOf(const QSqlQuery& query)
+void DResultJournal::valuesOf(const QSqlQuery& query, QVariantList* values)
 {
-    QVariantMap row;
-    const QStringList& keys = DResultRecord::journalKeys();
-    for (int i = 0; i < keys.size(); ++i)
-        row.insert(keys.at(i), query.value(i));
-    row.insert(QStringLiteral("receivedAt"), isoUtc(row.value(QStringLiteral("receivedAt")).toLongLong()));
-    return row;
+    const int count = DResultRecord::journalKeys().size();
+    values->clear();
+    values->reserve(count);
+    for (int i = 0; i < count; ++i)
+        values->append(query.value(i));
+    (*values)[1] = isoUtc(values->at(1).toLongLong());  // receivedAt
 }

@@ -45,11 +45,16 @@ public:
     QVariantMap row(qint64 id) const;
     // Calls `each` for the rows of `query` in id order until it returns false; false on a read error.
     bool forEach(const DQuery& query, const std::function<bool(const QVariantMap&)>& each, QString* error) const;
+    // The same with a row's values in the order of DResultRecord::journalKeys(): an export's fast road.
+    bool forEachValues(const DQuery& query, const std::function<bool(const QVariantList&)>& each,
+                       QString* error) const;
 
     // Small values of the station's parts kept with the results (as the last id a broker acknowledged).
     QString state(const QString& key) const;
     bool setState(const QString& key, const QString& value, QString* error);
 
+    // /var/lib/hytorc/results.db for root (the service), $XDG_DATA_HOME/hytorc/results.db otherwise.
+    static QString defaultPath();
     // The schema this program writes (PRAGMA user_version).
     static int schemaVersion();
 
@@ -61,7 +66,7 @@ private:
     bool migrate(QString* error);
     bool check(QString* error) const;
     QString fail(const QString& what, const QSqlQuery& query) const;
-    static QVariantMap rowOf(const QSqlQuery& query);
+    static void valuesOf(const QSqlQuery& query, QVariantList* values);
 
     QString m_connection;
     QString m_path;

@@ -1,9 +1,9 @@
 #include "d_result_record.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonValue>
+#include <QHash>
 #include <QSet>
+
+#include <algorithm>
 
 namespace {
 
@@ -22,11 +22,54 @@ QByteArray csvJoin(const QStringList& fields)
     return quoted.join(QLatin1Char(',')).toUtf8();
 }
 
-// One JSON value as text: Qt writes values only inside a document.
-QByteArray jsonValue(const QVariant& value)
+// One JSON value as text, written by hand: an export of many rows spends its time here.
+void appendJson(QByteArray* out, const QVariant& value)
 {
-    const QByteArray array = QJsonDocument(QJsonArray{QJsonValue::fromVariant(value)}).toJson(QJsonDocument::Compact);
-    return array.mid(1, array.size() - 2);
+    switch (value.userType()) {
+    case QMetaType::Int:
+    case QMetaType::LongLong:
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+        *out += QByteArray::number(value.toLongLong());
+        return;
+    case QMetaType::Double:
+        *out += QByteArray::number(value.toDouble(), 'g', 15);
+        return;
+    case QMetaType::Bool:
+        *out += value.toBool() ? "true" : "false";
+        return;
+    default:
+        break;
+    }
+    const QByteArray text = value.toString().toUtf8();
+    out->append('"');
+    const bool plain = std::all_of(text.cbegin(), text.cend(), [](char c) {
+        return c != '"' && c != '\\' && static_cast<unsigned char>(c) >= 0x20;
+    });
+    if (plain) {
+        out->append(text);
+    } else {
+        for (const char c : text) {
+            if (c == '"' || c == '\\') {
+                out->append('\\').append(c);
+            } else if (static_cast<unsigned char>(c) < 0x20) {
+                out->append("\\u00").append(QByteArray::number(static_cast<unsigned char>(c), 16).rightJustified(2, '0'));
+            } else {
+                out->append(c);
+            }
+        }
+    }
+    out->append('"');
+}
+
+// "key": as bytes, made once per key: an export writes the same few keys on every line.
+const QByteArray& keyPrefix(const QString& key)
+{
+    thread_local QHash<QString, QByteArray> prefixes;
+    auto it = prefixes.find(key);
+    if (it == prefixes.end())
+        it = prefixes.insert(key, '"' + key.toUtf8() + "\":");
+    return it.value();
 }
 
 } // namespace
@@ -51,25 +94,46 @@ bool DResultRecord::isNumeric(const QString& key)
     return numeric.contains(key);
 }
 
+QVariantList DResultRecord::valuesOf(const QVariantMap& values, const QStringList& keys)
+{
+    QVariantList list;
+    list.reserve(keys.size());
+    for (const QString& key : keys)
+        list << values.value(key);
+    return list;
+}
+
 QByteArray DResultRecord::jsonLine(const QVariantMap& values, const QStringList& keys)
 {
-    QByteArray line("{");
-    for (const QString& key : keys) {
-        const auto it = values.constFind(key);
-        if (it == values.constEnd())
+    return jsonLine(valuesOf(values, keys), keys);
+}
+
+QByteArray DResultRecord::jsonLine(const QVariantList& values, const QStringList& keys)
+{
+    QByteArray line;
+    line.reserve(512);
+    line.append('{');
+    for (int i = 0; i < keys.size() && i < values.size(); ++i) {
+        if (!values.at(i).isValid())
             continue;
         if (line.size() > 1)
-            line += ',';
-        line += '"' + key.toUtf8() + "\":" + jsonValue(it.value());
+            line.append(',');
+        line.append(keyPrefix(keys.at(i)));
+        appendJson(&line, values.at(i));
     }
-    return line + '}';
+    return line.append('}');
 }
 
 QByteArray DResultRecord::csvLine(const QVariantMap& values, const QStringList& keys)
 {
+    return csvLine(valuesOf(values, keys));
+}
+
+QByteArray DResultRecord::csvLine(const QVariantList& values)
+{
     QStringList fields;
-    for (const QString& key : keys)
-        fields << values.value(key).toString();
+    for (const QVariant& value : values)
+        fields << value.toString();
     return csvJoin(fields);
 }
 

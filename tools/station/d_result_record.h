@@ -20,10 +20,16 @@ public:
 
     // {"key":value,...} for `keys` in order; a key missing from `values` is left out.
     static QByteArray jsonLine(const QVariantMap& values, const QStringList& keys);
+    // The same from the values of `keys` in order (an invalid value is left out): an export's fast road.
+    static QByteArray jsonLine(const QVariantList& values, const QStringList& keys);
     // The values of `keys` in order, quoted where CSV needs it.
     static QByteArray csvLine(const QVariantMap& values, const QStringList& keys);
+    static QByteArray csvLine(const QVariantList& values);
     // The header row: the keys themselves.
     static QByteArray csvHeader(const QStringList& keys);
+
+private:
+    static QVariantList valuesOf(const QVariantMap& values, const QStringList& keys);
 };
 
 #endif // D_RESULT_RECORD_H
