@@ -12,6 +12,7 @@
 namespace {
 
 const QString c_any = QStringLiteral("any");
+constexpr int c_retryMs = 10000;
 
 QStringList items(const QString& list)
 {
@@ -92,6 +93,8 @@ DOpServer::DOpServer(const DStationConfig& config, DStationService* service, DRe
     for (const QString& item : items(config.value(QStringLiteral("op-allow"))))
         m_allowed << block(item);
     connect(&m_server, &QTcpServer::newConnection, this, &DOpServer::onNewConnection);
+    m_retry.setInterval(c_retryMs);
+    connect(&m_retry, &QTimer::timeout, this, &DOpServer::listen);
     connect(m_journal, &DResultJournal::sigCommitted, this, [this](qint64 id) {
         const QList<DOpSession*> sessions = m_sessions;  // one that falls behind closes on the way
         for (DOpSession* session : sessions)
@@ -102,20 +105,27 @@ DOpServer::DOpServer(const DStationConfig& config, DStationService* service, DRe
 
 DOpServer::~DOpServer() = default;
 
-bool DOpServer::start(QString* error)
+void DOpServer::start()
 {
-    if (m_port == 0)
-        return true;
-    if (!m_server.listen(bindAddress(m_bind), quint16(m_port))) {
-        *error = QStringLiteral("Open Protocol: cannot listen on %1 port %2: %3").arg(m_bind).arg(m_port).arg(m_server.errorString());
-        return false;
+    if (m_port != 0)
+        listen();
+}
+
+void DOpServer::listen()
+{
+    if (m_server.listen(bindAddress(m_bind), quint16(m_port))) {
+        m_retry.stop();
+        DMessageHandler::say(QStringLiteral("Open Protocol server on %1 port %2").arg(m_bind).arg(m_port));
+    } else if (!m_retry.isActive()) {
+        DMessageHandler::say(QStringLiteral("Open Protocol: cannot listen on %1 port %2: %3; trying again every %4 s")
+                                 .arg(m_bind).arg(m_port).arg(m_server.errorString()).arg(c_retryMs / 1000));
+        m_retry.start();
     }
-    DMessageHandler::say(QStringLiteral("Open Protocol server on %1 port %2").arg(m_bind).arg(m_server.serverPort()));
-    return true;
 }
 
 void DOpServer::stop()
 {
+    m_retry.stop();
     m_server.close();
     const QList<DOpSession*> sessions = m_sessions;  // each removes itself as it closes
     for (DOpSession* session : sessions)

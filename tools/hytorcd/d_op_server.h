@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QPair>
 #include <QTcpServer>
+#include <QTimer>
 
 class DOpSession;
 class DResultJournal;
@@ -29,8 +30,9 @@ public:
               QObject* parent = nullptr);
     ~DOpServer() override;
 
-    // Listens as configured (nothing with op-port 0); false with one line when it cannot.
-    bool start(QString* error);
+    // Listens as configured (nothing with op-port 0). A port taken or an address not (yet) on
+    // this host is said once and tried again every 10 s: the tool's results are journaled meanwhile.
+    void start();
     // Stops listening and closes every client.
     void stop();
 
@@ -45,6 +47,7 @@ public:
     QByteArray lastResultData(qint64 id);
 
 private:
+    void listen();
     void onNewConnection();
     void onProgramSelected(int progId, const QDateTime& when);
     bool allowed(const QHostAddress& address) const;
@@ -60,6 +63,7 @@ private:
     int m_idleMs;
     int m_ackTimeoutMs;
     QTcpServer m_server;
+    QTimer m_retry;
     QList<DOpSession*> m_sessions;
     QDateTime m_lastProgramChange;
     qint64 m_cachedId = 0;

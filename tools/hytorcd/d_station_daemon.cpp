@@ -90,8 +90,7 @@ bool DStationDaemon::setUp(QString* error, int* status)
     }
     m_service = new DStationService(m_workstation, m_journal, station);
     m_opServer = new DOpServer(m_config, m_service, m_journal, this);
-    if (!m_opServer->start(error))
-        return false;
+    m_opServer->start();
     m_service->start(device, bluetooth);
     return true;
 }
@@ -100,8 +99,7 @@ bool DStationDaemon::setUp(QString* error, int* status)
 void DStationDaemon::onTerminate()
 {
     DMessageHandler::say(QStringLiteral("stopping"));
-    if (m_opServer)
-        m_opServer->stop();
+    m_opServer->stop();
     m_service->stop([this] {
         m_journal->close();
         QCoreApplication::exit(CeExitSuccess);
