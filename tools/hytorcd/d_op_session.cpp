@@ -16,7 +16,8 @@ constexpr int c_maxResends = 3;
 // Past this many unacknowledged results the client is not keeping up: it is closed and reads
 // the journal again after it comes back (0064).
 constexpr int c_maxQueued = 10000;
-// What a client may send before the end of a tool command; more is a flood.
+// What a client may send before the end of a tool command, or leave unread of our replies;
+// more is a flood, or a client that asks without reading.
 constexpr int c_maxBuffered = 1 << 20;
 const QList<int> c_clientMids{1, 2, 3, 10, 12, 14, 16, 17, 18, 40, 42, 43, 60, 62, 63, 64, 9999};
 
@@ -83,9 +84,9 @@ void DOpSession::onReadyRead()
 {
     m_idle.start();
     m_buffer += m_socket->readAll();
-    if (m_buffer.size() > c_maxBuffered)
-        return close(QStringLiteral("more than %1 bytes unread").arg(c_maxBuffered));
     readMessages();
+    if (m_buffer.size() > c_maxBuffered)
+        close(QStringLiteral("more than %1 bytes of requests waiting").arg(c_maxBuffered));
 }
 
 // Requests are answered in order: while a tool command runs, the ones after it wait here.
@@ -312,6 +313,8 @@ void DOpSession::send(int mid, const QByteArray& data)
 {
     m_socket->write(DOpMessage(mid, data).bytes());
     m_socket->flush();
+    if (m_socket->bytesToWrite() > c_maxBuffered)
+        close(QStringLiteral("more than %1 bytes of replies unread").arg(c_maxBuffered));
 }
 
 void DOpSession::accept(int mid) { send(5, QByteArray::number(mid).rightJustified(4, '0')); }
