@@ -99,6 +99,9 @@ async function main() {
   await until('hytorcd stopped', () => daemon.exitCode === 0);
 }
 
+// No simulator or hytorcd outlives the test, even after an uncaught exception.
+const stopAll = () => children.forEach((child) => child.kill('SIGTERM'));
+process.on('exit', stopAll);
 main().then(() => {
   console.log('PASS: the third-party client against hytorcd');
 }, (error) => {
@@ -106,6 +109,6 @@ main().then(() => {
   for (const child of children) console.error(`--- ${child.spawnfile}\n${child.err}`);
   process.exitCode = 1;
 }).finally(() => {
-  for (const child of children) child.kill('SIGTERM');
+  stopAll();
   fs.rmSync(dir, { recursive: true, force: true });
 });
