@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages this project builds, tests and benchmarks with.
-# Idempotent: does nothing when every package is already present.
+# Idempotent: does nothing when every package (and the test client's npm packages) is already present.
 set -euo pipefail
 
 packages=(
@@ -15,14 +15,23 @@ packages=(
   bluez dbus
 )
 
+# Node.js and npm for the third-party Open Protocol client's test, unless this machine has its own.
+command -v node >/dev/null && command -v npm >/dev/null || packages+=(nodejs npm)
+
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
+if [ ${#missing[@]} -gt 0 ]; then
+  SUDO=""
+  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update
+  $SUDO apt-get install -y --no-install-recommends "${missing[@]}"
+fi
 
-SUDO=""
-[ "$(id -u)" -eq 0 ] || SUDO="sudo"
-export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update
-$SUDO apt-get install -y --no-install-recommends "${missing[@]}"
+# The Open Protocol client the end-to-end test drives, pinned by its lock file.
+client="$(cd "$(dirname "$0")/.." && pwd)/tests/open_protocol/client"
+if [ ! -d "$client/node_modules" ] || [ "$client/package-lock.json" -nt "$client/node_modules" ]; then
+  (cd "$client" && npm ci --no-audit --no-fund)
+fi

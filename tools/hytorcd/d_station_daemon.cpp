@@ -3,6 +3,7 @@
 #include "d_external_programs.h"
 #include "d_message_handler.h"
 #include "d_mqtt_reporter.h"
+#include "d_op_server.h"
 #include "d_result_journal.h"
 #include "d_signal_watcher.h"
 #include "d_simulator_process.h"
@@ -28,7 +29,7 @@ DStationDaemon::~DStationDaemon()
 
 QList<DStationConfig::DKey> DStationDaemon::configKeys()
 {
-    return DStationService::configKeys() + DMqttReporter::configKeys();
+    return DStationService::configKeys() + DMqttReporter::configKeys() + DOpServer::configKeys();
 }
 
 int DStationDaemon::run(const QStringList& arguments)
@@ -96,6 +97,8 @@ bool DStationDaemon::setUp(QString* error, int* status)
             return false;
         }
     }
+    m_opServer = new DOpServer(m_config, m_service, m_journal, this);
+    m_opServer->start();
     m_service->start(device, bluetooth);
     return true;
 }
@@ -106,6 +109,7 @@ void DStationDaemon::onTerminate()
     DMessageHandler::say(QStringLiteral("stopping"));
     if (m_mqtt)
         m_mqtt->stop();
+    m_opServer->stop();
     m_service->stop([this] {
         m_journal->close();
         QCoreApplication::exit(CeExitSuccess);

@@ -6,6 +6,7 @@
 #include <QObject>
 
 class DMqttReporter;
+class DOpServer;
 class DResultJournal;
 class DSignalWatcher;
 class DSimulatorProcess;
@@ -38,6 +39,7 @@ private:
     DWorkstation* m_workstation = nullptr;
     DSimulatorProcess* m_simulator = nullptr;
     DStationService* m_service = nullptr;
+    DOpServer* m_opServer = nullptr;
     DSignalWatcher* m_signals = nullptr;
     DMqttReporter* m_mqtt = nullptr;
 };

@@ -1,0 +1,114 @@
+'use strict';
+// The real third-party Open Protocol client, node-nutrunner-open-library, against hytorcd over
+// the tool simulator: subscription, results received and acknowledged, a program selected, the
+// tool locked and unlocked, keep-alive, and the client's own reconnection after hytorcd restarts.
+// Run by CTest with HYTORC_BUILD_DIR set; the package comes from `npm ci` (scripts/setup.sh).
+const assert = require('assert');
+const { spawn } = require('child_process');
+const [fs, net, os, path] = ['fs', 'net', 'os', 'path'].map(require);
+const { OpenProtocolNutrunner } = require('node-nutrunner-open-library');
+
+const bin = path.join(process.env.HYTORC_BUILD_DIR || 'build', 'bin');
+const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'op-client-'));
+const link = path.join(dir, 'tool');
+const children = [];
+
+function run(program, args) {
+  const child = spawn(path.join(bin, program), args, { stdio: ['pipe', 'pipe', 'pipe'] });
+  Object.assign(child, { out: '', err: '' });
+  child.stdout.on('data', (d) => { child.out += d; });
+  child.stderr.on('data', (d) => { child.err += d; });
+  children.push(child);
+  return child;
+}
+
+async function until(what, check, ms = 15000) {
+  for (const end = Date.now() + ms; !check(); await sleep(50)) {
+    if (Date.now() > end) throw new Error(`timed out waiting for ${what}`);
+  }
+}
+
+const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
+const freePort = () => new Promise((resolve) => {
+  const probe = net.createServer().listen(0, '127.0.0.1', () => {
+    const { port } = probe.address();
+    probe.close(() => resolve(port));
+  });
+});
+
+function startDaemon(port) {
+  return run('hytorcd', ['--device', link, '--journal', path.join(dir, 'r.db'), '--station', 'T1',
+    '--op-port', String(port), '--op-idle', '10']);
+}
+
+async function main() {
+  const sim = run('hytorc-sim', ['--link', link]);
+  await until('the simulator', () => sim.out.includes('\n'));
+  const port = await freePort();
+  let daemon = startDaemon(port);
+  await until('the tool listened to', () => daemon.err.includes('listening'));
+
+  const client = new OpenProtocolNutrunner({ host: '127.0.0.1', port, brand: 'simulator', validateFrames: false });
+  const results = [];
+  let [subscriptions, disconnections] = [0, 0];
+  client.on('spindleResult', (r) => results.push(r));
+  client.on('revisionNegotiated', () => { subscriptions += 1; });
+  client.on('disconnected', () => { disconnections += 1; });
+  client.on('error', () => {});
+  await client.connect();
+  await until('the subscription', () => subscriptions === 1);
+
+  // Two reports at once: the second 0061 goes out only after the client's 0062 for the first.
+  sim.stdin.write('event\nevent\n');
+  await until('two results', () => results.length === 2);
+  assert.deepStrictEqual(results.map((r) => r.tighteningId), ['0000000001', '0000000002']);
+  const { controllerName, cellId, paramSetId, torqueTarget } = results[0];
+  assert.deepStrictEqual({ controllerName, cellId, paramSetId, torqueTarget },  // P1: 120 ft·lb
+    { controllerName: 'T1', cellId: 1, paramSetId: 1, torqueTarget: 162.7 });
+  assert.ok(results[0].torque > 140 && results[0].torque < 170, `torque ${results[0].torque}`);
+  assert.match(results[0].timestamp, /^\d{4}-\d\d-\d\d:\d\d:\d\d:\d\d$/);
+
+  await client.selectParameterSet(2);
+  await assert.rejects(client.selectParameterSet(9), (e) => e.errorCode === 2);
+  sim.stdin.write('event\n');
+  await until('the result of program 2', () => results.length === 3);
+  assert.deepStrictEqual([results[2].paramSetId, results[2].torqueTarget], [2, 250.5]);
+
+  await client.disableTool();
+  assert.match(sim.err, /tool locked/);
+  await client.enableTool();
+  assert.match(sim.err, /tool unlocked/);
+
+  // Silence past the client's 7 s: its 9999 is answered and hytorcd (--op-idle 10) keeps it.
+  await sleep(11000);
+  assert.deepStrictEqual([client.getState().connection.lastMID, disconnections], [9999, 0]);
+
+  daemon.kill('SIGTERM');
+  await until('hytorcd stopped', () => daemon.exitCode === 0);
+  daemon = startDaemon(port);
+  await until('the subscription again', () => subscriptions === 2 && daemon.err.includes('listening'), 30000);
+  sim.stdin.write('event\n');
+  await until('the result after the restart', () => results.length === 4);
+  assert.strictEqual(results[3].tighteningId, '0000000004');
+
+  client.disconnect();
+  await sleep(300);
+  assert.doesNotMatch(daemon.err, /closed|refused/);
+  daemon.kill('SIGTERM');
+  await until('hytorcd stopped', () => daemon.exitCode === 0);
+}
+
+// No simulator or hytorcd outlives the test, even after an uncaught exception.
+const stopAll = () => children.forEach((child) => child.kill('SIGTERM'));
+process.on('exit', stopAll);
+main().then(() => {
+  console.log('PASS: the third-party client against hytorcd');
+}, (error) => {
+  console.error(`FAIL: ${error.stack}`);
+  for (const child of children) console.error(`--- ${child.spawnfile}\n${child.err}`);
+  process.exitCode = 1;
+}).finally(() => {
+  stopAll();
+  fs.rmSync(dir, { recursive: true, force: true });
+});

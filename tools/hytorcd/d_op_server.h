@@ -1,0 +1,73 @@
+#ifndef D_OP_SERVER_H
+#define D_OP_SERVER_H
+
+#include "d_op_layouts.h"
+#include "d_station_config.h"
+
+#include <QDateTime>
+#include <QHostAddress>
+#include <QList>
+#include <QObject>
+#include <QPair>
+#include <QTcpServer>
+#include <QTimer>
+
+class DOpSession;
+class DResultJournal;
+class DStationService;
+
+// hytorcd's Open Protocol server: line controllers and MES connect over TCP, read the tool's
+// identity and programs, select a program, lock the tool and subscribe to its results, which
+// it reads from the journal once committed. Runs on the event loop; one session per client.
+class DOpServer : public QObject
+{
+    Q_OBJECT
+public:
+    // op-port, op-bind, op-allow, op-clients, op-idle, op-ack-timeout, op-good-status, op-cell, op-channel.
+    static QList<DStationConfig::DKey> configKeys();
+
+    DOpServer(const DStationConfig& config, DStationService* service, DResultJournal* journal,
+              QObject* parent = nullptr);
+    ~DOpServer() override;
+
+    // Listens as configured (nothing with op-port 0). A port taken or an address not (yet) on
+    // this host is said once and tried again every 10 s: the tool's results are journaled meanwhile.
+    void start();
+    // Stops listening and closes every client.
+    void stop();
+
+    // What the sessions share.
+    DStationService* service() const { return m_service; }
+    DResultJournal* journal() const { return m_journal; }
+    const DOpLayouts& layouts() const { return m_layouts; }
+    int idleMs() const { return m_idleMs; }
+    int ackTimeoutMs() const { return m_ackTimeoutMs; }
+    // The 0061 data of the journal's row `id`, empty when the journal has none; the last one is
+    // kept, as every subscriber asks for the same.
+    QByteArray lastResultData(qint64 id);
+
+private:
+    void listen();
+    void onNewConnection();
+    void onProgramSelected(int progId, const QDateTime& when);
+    bool allowed(const QHostAddress& address) const;
+    void forget(DOpSession* session);
+
+    DStationService* m_service;
+    DResultJournal* m_journal;
+    DOpLayouts m_layouts;
+    int m_port;
+    QString m_bind;
+    QList<QPair<QHostAddress, int>> m_allowed;  // empty: everyone who reaches the bind address
+    int m_maxClients;
+    int m_idleMs;
+    int m_ackTimeoutMs;
+    QTcpServer m_server;
+    QTimer m_retry;
+    QList<DOpSession*> m_sessions;
+    QDateTime m_lastProgramChange;
+    qint64 m_cachedId = 0;
+    QByteArray m_cachedData;
+};
+
+#endif // D_OP_SERVER_H
