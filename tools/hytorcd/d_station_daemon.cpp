@@ -20,8 +20,11 @@ DStationDaemon::DStationDaemon(QObject* parent)
 {
 }
 
+// The parts that pass results on go before the service they ask.
 DStationDaemon::~DStationDaemon()
 {
+    delete m_opServer;
+    delete m_mqtt;
     delete m_service;
     delete m_workstation;
     delete m_simulator;
