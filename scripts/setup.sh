@@ -13,6 +13,7 @@ packages=(
   libbenchmark-dev
   clang libclang-rt-dev
   bluez
+  bash-completion man-db
 )
 
 missing=()
