@@ -95,6 +95,7 @@ private slots:
         };
         row("apply program 2", "{}", "2", "idButtonApply", "setProgram", 200, true, "activeProfile", "P2");
         row("program not an integer", "{}", "2x", "idButtonApply", "", 0, false, "activeProfile", "P1");
+        row("program not in the list", "{}", "9", "idButtonApply", "setProgram", 200, false, "activeProfile", "P1");
         row("lock", "{}", "", "idButtonLock", "setLock", 100, true, "locked", true);
         row("unlock", R"({"locked": true})", "", "idButtonUnlock", "setLock", 100, true, "locked", false);
         row("no such command", "{}", "", "setDirection", "setDirection", 300, false, "locked", false);
@@ -126,7 +127,9 @@ private slots:
             QVERIFY(released.wait(60000));
             QCOMPARE(released.first(), (QVariantList{kind, treatment, ok}));
             const QString status = m_rig->panel->property("statusText").toString();
-            QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: ")), qPrintable(status));
+            // The tool answers: a refused program is not blamed on the link.
+            QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: "))
+                         && status.contains("program 9 is not in the program list") == (program == "9"), qPrintable(status));
         }
         QCOMPARE(stopTool().value(key).toVariant(), expected);
         QCOMPARE(m_warnings, QStringList());
