@@ -17,7 +17,7 @@
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 // Call at the end of every input: there is no event loop, and the objects Qt deletes
-// later (the engine's pending single-shot timers among them) would pile up for ever.
+// later and the pending single-shot timers would pile up for ever.
 void fuzzEndOfInput();
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

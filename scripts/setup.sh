@@ -13,6 +13,7 @@ packages=(
   libbenchmark-dev
   clang libclang-rt-dev
   bluez dbus
+  bash-completion man-db
 )
 
 # Node.js and npm for the third-party Open Protocol client's test, unless this machine has its own.

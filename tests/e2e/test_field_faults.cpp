@@ -224,6 +224,25 @@ private slots:
         QCOMPARE(jobs, (QList<int>{jobs.first(), jobs.first() + 1, jobs.first() + 2}));
     }
 
+    // kill -9 of hytorc: its embedded simulator ends too, and takes its link's folder with it.
+    void nothingOutlivesAKilledHost()
+    {
+        DTimedHytorc hytorc({"--for", "30", "listenEventsData"});
+        QTRY_VERIFY_WITH_TIMEOUT(hytorc.count("using the tool simulator at ") == 1, 20000);
+        const QString link = hytorc.errText().split(' ').last().trimmed();
+        QFile children(QString("/proc/%1/task/%1/children").arg(hytorc.process.processId()));
+        QVERIFY(children.open(QIODevice::ReadOnly) && QFileInfo::exists(link));
+        // Gone, or a zombie that nothing reaps here: either way it has ended.
+        const auto simulatorEnded = [stat = "/proc/" + children.readAll().trimmed() + "/stat"] {
+            QFile file(stat);
+            return !file.open(QIODevice::ReadOnly) || file.readAll().contains(") Z ");
+        };
+        QVERIFY(!simulatorEnded());
+        hytorc.process.kill();
+        QTRY_VERIFY_WITH_TIMEOUT(simulatorEnded(), 10000);
+        QVERIFY(!QFileInfo::exists(QFileInfo(link).absolutePath()));
+    }
+
 private:
     QTemporaryDir m_plugins;
 };

@@ -4,6 +4,7 @@
 #include "d_abstract_plugin_backend.h"
 #include "d_backend_host.h"
 #include "d_maintenance_panel_loader.h"
+#include "d_panel_session.h"
 #include "d_simulated_tool.h"
 #include "d_test_workstation.h"
 
@@ -94,6 +95,7 @@ private slots:
         };
         row("apply program 2", "{}", "2", "idButtonApply", "setProgram", 200, true, "activeProfile", "P2");
         row("program not an integer", "{}", "2x", "idButtonApply", "", 0, false, "activeProfile", "P1");
+        row("program not in the list", "{}", "9", "idButtonApply", "setProgram", 200, false, "activeProfile", "P1");
         row("lock", "{}", "", "idButtonLock", "setLock", 100, true, "locked", true);
         row("unlock", R"({"locked": true})", "", "idButtonUnlock", "setLock", 100, true, "locked", false);
         row("no such command", "{}", "", "setDirection", "setDirection", 300, false, "locked", false);
@@ -125,23 +127,72 @@ private slots:
             QVERIFY(released.wait(60000));
             QCOMPARE(released.first(), (QVariantList{kind, treatment, ok}));
             const QString status = m_rig->panel->property("statusText").toString();
-            QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: ")), qPrintable(status));
+            // The tool answers: a refused program is not blamed on the link.
+            QVERIFY2(status.startsWith(treatment + (ok ? ": done" : " failed: "))
+                         && status.contains("program 9 is not in the program list") == (program == "9"), qPrintable(status));
         }
         QCOMPARE(stopTool().value(key).toVariant(), expected);
         QCOMPARE(m_warnings, QStringList());
     }
 
-    void viewerTakesAScreenshotAfterToolInfo()
+    // The viewer's exit status and what it says, from --help where no display can open on.
+    void viewerRuns_data()
     {
-        QProcess viewer;
-        viewer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("said");
         const QString png = m_dir.filePath("panel.png");
-        viewer.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc-panel", {"--tool-info", "--screenshot", png});
+        QTest::newRow("tool info, screenshot") << QStringList{"--tool-info", "--screenshot", png} << 0 << "";
+        QTest::newRow("help, no display") << QStringList{"-platform", "xcb", "--help"} << 0 << "--tool-info";
+        QTest::newRow("usage error") << QStringList{"-platform", "xcb", "--bogus"} << 2 << "Unknown option 'bogus'";
+        QTest::newRow("tool info refused") << QStringList{"--sim-arg=--error-replies=5", "--tool-info", "--screenshot", png}
+                                           << 1 << "getToolInfo failed";
+    }
+
+    void viewerRuns()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QString, said);
+        QProcess viewer;
+        viewer.setProcessChannelMode(QProcess::MergedChannels);
+        viewer.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin/hytorc-panel", arguments);
         QVERIFY(viewer.waitForFinished(90000));
-        QCOMPARE(viewer.exitCode(), 0);
+        const QString output = QString::fromLocal8Bit(viewer.readAll());
+        QVERIFY2(viewer.exitStatus() == QProcess::NormalExit && viewer.exitCode() == exitCode && output.contains(said),
+                 qPrintable(output));
         // Taller than the bare panel: the nine rows of tool information are in.
-        const QImage image(png);
-        QVERIFY2(image.width() >= 480 && image.height() > 400, qPrintable(QString::number(image.height())));
+        const QImage image(arguments.last());
+        if (exitCode == 0 && arguments.contains("--screenshot"))
+            QVERIFY2(image.width() >= 480 && image.height() > 400, qPrintable(QString::number(image.height())));
+    }
+
+    // A tool silent at first, then a link that drops and comes back: the header says connected
+    // only while the tool answers; the link channel, shown on the panel, says the rest.
+    void viewerFollowsTheLink()
+    {
+        QVERIFY(m_rig->tool.start({"--ignore-headers", "2", "--reopen-after", "1500"}));
+        DPanelSession session({qEnvironmentVariable("HYTORC_BUILD_DIR") + "/plugins", m_rig->tool.linkPath()});
+        int exitCode = 0;
+        QVERIFY(session.start(&exitCode));
+        // Each state as the backend gets it: a reconnection runs in a nested event loop.
+        QObject* backend = findIn(session.panel(), "be");
+        auto* model = backend->property("statusChannelsModel").value<QAbstractItemModel*>();
+        QStringList seen;  // "+": the header says "Connected"
+        const auto take = [&] {
+            seen << model->index(0, 0).data(Qt::UserRole + 1 /* modelData */).value<QObject*>()->property("value").toString()
+                        + (backend->property("isConnected").toBool() ? "+" : "");
+        };
+        take();
+        connect(model, &QAbstractItemModel::modelReset, this, take);
+        QStringList states{"waiting for the tool", "no answer from the tool", "connected+"};
+        QTRY_COMPARE_WITH_TIMEOUT(seen, states, 30000);
+        m_rig->tool.say("drop");
+        states << "link lost" << "reconnecting" << "waiting for the tool" << "connected+";
+        QTRY_COMPARE_WITH_TIMEOUT(seen, states, 30000);
+        QQuickItem* shown = nullptr;
+        QMetaObject::invokeMethod(findIn(session.panel(), "idRepeaterChannels"), "itemAt", Q_RETURN_ARG(QQuickItem*, shown), Q_ARG(int, 0));
+        QCOMPARE(shown->property("text").toString(), "Link: connected");
     }
 
 private:
@@ -167,9 +218,10 @@ private:
         QCOMPARE(m_warnings, QStringList());
     }
 
-    QObject* item(const QString& id) const
+    QObject* item(const QString& id) const { return findIn(m_rig->panel.data(), id); }
+    static QObject* findIn(QObject* panel, const QString& id)
     {
-        for (QObject* child : m_rig->panel->findChildren<QObject*>()) {
+        for (QObject* child : panel->findChildren<QObject*>()) {
             if (child->objectName().endsWith('.' + id))
                 return child;
         }

@@ -53,6 +53,7 @@ private slots:
     }
 
     // A value set twice is stored and announced once; what a channel cannot take is refused or left unset.
+    // A channel's type is the one its description gives.
     void channelValue()
     {
         const auto check = [](const QString& id, const QVariant& input, const QVariant& stored, bool accepted = true) {
@@ -70,6 +71,12 @@ private slots:
         check("direction", QVariantList{1, 2, 3}, QVariant());
         check("motorRun", true, "Fastening");
         check("motorRun", QVariantMap{{"a", 1}}, QVariant(), false);
+
+        // "type" alone sets the type, stored as given: not taken from the id, not clamped.
+        const auto type = [](const QVariantMap& description, int stored) { QCOMPARE(int(DHytorcChannel::create(description)->type()), stored); };
+        type({{"id", "motorRun"}}, DHytorcChannel::CeCtUnknown);
+        type({{"id", "motorRun"}, {"type", 1}}, DHytorcChannel::CeCtString);
+        type({{"id", "direction"}, {"type", 7}}, 7);
     }
 
     // The plug-in declares no setDirection: the panel's road shows its kind and failure, not its data.

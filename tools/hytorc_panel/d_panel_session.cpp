@@ -9,6 +9,7 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QGuiApplication>
 #include <QImage>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -25,6 +26,9 @@ const char* const c_loadingProperty = "toolInfoLoading";
 // Beyond the host's own limit for a command, so that its outcome is what shows.
 constexpr int c_settleLimitMs = DBackendHost::c_defaultTimeoutMs + 5000;
 constexpr int c_settlePollMs = 100;
+// A lost link is reopened for this long, then again after a pause, until the program ends.
+constexpr double c_reconnectSeconds = 5;
+constexpr int c_reconnectPauseMs = 1000;
 
 void complain(const QString& message)
 {
@@ -66,6 +70,7 @@ bool DPanelSession::start(int* exitCode)
         *exitCode = CeExitUsage;
         return false;
     }
+    watchInstructions();
     showWindow();
     if (m_options.toolInfo)
         QTimer::singleShot(0, this, &DPanelSession::pressToolInfo);
@@ -79,12 +84,35 @@ bool DPanelSession::openLink(QString* error)
     m_devicePath = m_options.device;
     if (m_devicePath.isEmpty() && !m_simulator.start(m_options.simulatorArguments, &m_devicePath, error))
         return false;
-    if (!m_station->openDevice(m_devicePath, error))
-        return false;
     m_backendHost->addInstance(m_station->device());
-    m_backendHost->setConnected(m_station->device(), true);
-    readProgramList();
-    return true;
+    m_link = new DLinkSupervisor(m_station->router(), m_station->driver(), this);
+    connect(m_link, &DLinkSupervisor::sigStateChanged, this, &DPanelSession::onLinkState);
+    return m_link->open(m_devicePath, error);
+}
+
+// The header says "Connected" only while the tool answers; the link channel says the rest.
+void DPanelSession::onLinkState(DLinkSupervisor::EnLinkState state)
+{
+    m_backendHost->setConnected(m_station->device(), state == DLinkSupervisor::CeLinkConnected,
+                                DLinkSupervisor::stateText(state));
+    if (state == DLinkSupervisor::CeLinkOpen)
+        QTimer::singleShot(0, this, &DPanelSession::readProgramList);
+    else if (state == DLinkSupervisor::CeLinkLost && !m_stopped)
+        QTimer::singleShot(c_reconnectPauseMs, this, &DPanelSession::reconnect);
+}
+
+void DPanelSession::reconnect()
+{
+    QString failure;
+    if (!m_stopped)
+        m_link->reconnect(c_reconnectSeconds, &failure);
+}
+
+void DPanelSession::stop()
+{
+    m_stopped = true;
+    if (m_link)
+        m_link->abort();
 }
 
 // As the workstation does on connecting: the panel's programs are those of this list.
@@ -110,9 +138,25 @@ bool DPanelSession::buildPanel(QString* error)
     return m_panel != nullptr;
 }
 
+// A failed instruction (the tool information) is said here and fails the run.
+void DPanelSession::watchInstructions()
+{
+    auto* backend = m_panel->findChild<DAbstractPluginBackend*>();
+    if (!backend)
+        return;
+    connect(backend, &DAbstractPluginBackend::sigInstructionFailed, this,
+            [this](const QString& instruction, const QString& reason) {
+                m_failed = true;
+                complain(QStringLiteral("%1 failed: %2").arg(instruction, reason));
+            });
+}
+
 // The window takes the panel's natural size, and the panel the window's.
 void DPanelSession::showWindow()
 {
+    // No GPU off screen: the scene graph draws in software there.
+    if (QGuiApplication::platformName() == QLatin1String("offscreen"))
+        QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
     m_window.reset(new QQuickWindow);
     m_window->setTitle(QStringLiteral("HYTORC maintenance panel - %1").arg(m_options.name));
     m_panel->setParent(m_window.get());
@@ -146,8 +190,10 @@ void DPanelSession::settleThenScreenshot()
         if (loading && !deadline.hasExpired())
             return;
         poll->deleteLater();
-        if (loading)
+        if (loading) {
+            m_failed = true;
             complain(QStringLiteral("no tool information after %1 s").arg(c_settleLimitMs / 1000));
+        }
         saveScreenshot();
     });
     poll->start(c_settlePollMs);
@@ -165,5 +211,5 @@ void DPanelSession::saveScreenshot()
         emit sigFinished(CeExitFailed);
         return;
     }
-    emit sigFinished(CeExitSuccess);
+    emit sigFinished(exitCode());
 }

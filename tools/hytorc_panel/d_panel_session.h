@@ -1,6 +1,7 @@
 #ifndef D_PANEL_SESSION_H
 #define D_PANEL_SESSION_H
 
+#include "d_link_supervisor.h"
 #include "d_simulator_process.h"
 
 #include <QObject>
@@ -37,6 +38,13 @@ public:
 
     // Shows the panel; false with the exit code when it cannot.
     bool start(int* exitCode);
+    // Failed when an instruction of the panel (the tool information) did not succeed.
+    int exitCode() const { return m_failed ? CeExitFailed : CeExitSuccess; }
+    QQuickItem* panel() const { return m_panel; }
+
+public slots:
+    // The program ends: no more reopening of a lost link.
+    void stop();
 
 signals:
     // The session is over (screenshot taken): the program ends with `exitCode`.
@@ -44,7 +52,10 @@ signals:
 
 private:
     bool openLink(QString* error);
+    void onLinkState(DLinkSupervisor::EnLinkState state);
+    void reconnect();
     void readProgramList();
+    void watchInstructions();
     bool buildPanel(QString* error);
     void showWindow();
     void pressToolInfo();
@@ -59,6 +70,9 @@ private:
     std::unique_ptr<QQuickWindow> m_window;
     QQuickItem* m_panel = nullptr;
     QString m_devicePath;
+    DLinkSupervisor* m_link = nullptr;
+    bool m_stopped = false;
+    bool m_failed = false;
 };
 
 #endif // D_PANEL_SESSION_H

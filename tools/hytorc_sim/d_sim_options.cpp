@@ -73,6 +73,8 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
          &reopenAfterMs, 0, INT_MAX},
         {QCommandLineOption("reply-frames", "Fault: split every reply into at least k frames (default 1).", "k"),
          &replyFrames, 1, 1000},
+        {QCommandLineOption("parent-pid", "End as the process pid, our parent, ends, however it ends.", "pid"), &parentPid,
+         1, INT_MAX},
     };
     const QList<FlagOption> flagOptions{
         {QCommandLineOption("verbose", "Log every frame received and written."), &verbose},
@@ -88,6 +90,8 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
                             "Fault: stream the reply's frames over and over, none marked last, each after the "
                             "host's acknowledgement of the one before."),
          &endlessReply},
+        {QCommandLineOption("remove-link-folder", "On exit, also remove the folder of --link once it is empty."),
+         &removeLinkFolder},
     };
     const QCommandLineOption stateOption("state", "Tool state (JSON) to start from instead of the defaults.", "file");
     const QCommandLineOption linkOption("link", "Make a symlink at path pointing to the port (replaces a symlink).",

@@ -37,6 +37,9 @@ public:
     int replyFrames = 1;
     bool endlessReply = false;
 
+    int parentPid = 0;            // 0: outlives whoever started it
+    bool removeLinkFolder = false;  // the folder of linkPath goes too on exit
+
     // Reads the command line of `app`; --help and --version print and exit there.
     // False with a message in *error when a value is out of range.
     bool parse(const QCoreApplication& app, QString* error);

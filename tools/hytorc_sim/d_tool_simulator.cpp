@@ -4,6 +4,7 @@
 #include "d_tool_state.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -45,6 +46,8 @@ DToolSimulator::DToolSimulator(const DSimOptions& options, DToolState* state, QO
 DToolSimulator::~DToolSimulator()
 {
     removeLink();
+    if (m_options.removeLinkFolder)
+        QDir().rmdir(QFileInfo(m_options.linkPath).absolutePath());
 }
 
 bool DToolSimulator::writeRecord(QString* error)

@@ -7,6 +7,30 @@
 #include "d_tool_state.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+
+#include <csignal>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace {
+
+// The kernel ends us (SIGTERM: the normal clean-up) when our parent dies, even by kill -9.
+// A parent that died before we asked is no longer our parent: we end at once.
+bool endWithParent(const DSimOptions& options)
+{
+    if (options.parentPid == 0)
+        return true;
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() == options.parentPid)
+        return true;
+    if (options.removeLinkFolder)
+        QDir().rmdir(QFileInfo(options.linkPath).absolutePath());
+    return false;
+}
+
+} // namespace
 
 int main(int argc, char* argv[])
 {
@@ -22,6 +46,8 @@ int main(int argc, char* argv[])
         qCritical("%s", qPrintable(error));
         return 2;
     }
+    if (!endWithParent(options))
+        return 1;
     DToolState state;
     if (!options.statePath.isEmpty() && !state.loadJson(options.statePath, &error)) {
         qCritical("%s", qPrintable(error));

@@ -3,6 +3,7 @@
 #include "d_instruction_router.h"
 #include "d_message_handler.h"
 #include "d_signal_watcher.h"
+#include "hytorc_hcp_frame.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -48,6 +49,8 @@ QString portProblem(const QString& path, QString* error)
         return QStringLiteral("check that the tool is switched on and paired");
     return QString();
 }
+// Beyond the plug-in's 3 s between resent headers: one unanswered resend makes the tool silent.
+constexpr int c_answerWaitMs = 4000;
 
 } // namespace
 
@@ -57,7 +60,12 @@ DLinkSupervisor::DLinkSupervisor(DInstructionRouter* router, QObject* driver, QO
 {
     connect(driver, SIGNAL(sigPortStateChanged(bool, QString)), this, SLOT(onPortStateChanged(bool, QString)));
     connect(driver, SIGNAL(sigPortLost(QString, QString)), this, SLOT(onPortLost(QString, QString)));
+    connect(driver, SIGNAL(sigBytesWritten(QByteArray)), this, SLOT(onBytesWritten(QByteArray)));
+    connect(driver, SIGNAL(sigBytesRead(QByteArray)), this, SLOT(onBytesRead()));
     connect(router, &DInstructionRouter::sigInstructionFailed, this, &DLinkSupervisor::onInstructionFailed);
+    m_answerWait.setSingleShot(true);
+    m_answerWait.setInterval(c_answerWaitMs);
+    connect(&m_answerWait, &QTimer::timeout, this, [this] { setState(CeLinkSilent); });
 }
 
 bool DLinkSupervisor::open(const QString& path, QString* error)
@@ -81,6 +89,8 @@ void DLinkSupervisor::close()
     if (m_router->openInstruction(c_driverTarget, QStringLiteral("closeConnection"), {}, c_answerTimeoutMs,
                                   [&](quint64, const QVariantMap&) { loop.quit(); }, &refusal))
         loop.exec();
+    m_answerWait.stop();
+    setState(CeLinkClosed);
 }
 
 bool DLinkSupervisor::reconnect(double seconds, QString* failure)
@@ -88,10 +98,13 @@ bool DLinkSupervisor::reconnect(double seconds, QString* failure)
     m_aborted = false;
     QElapsedTimer clock;
     clock.start();
+    setState(CeLinkReconnecting);
     while (!openOnce(m_openedPath, failure)) {
         qInfo().noquote() << QStringLiteral("reopening: %1").arg(*failure);
-        if (m_aborted || clock.elapsed() >= qint64(seconds * 1000))
+        if (m_aborted || clock.elapsed() >= qint64(seconds * 1000)) {
+            setState(CeLinkLost);
             return false;
+        }
         QEventLoop pause;
         QTimer::singleShot(c_retryPeriodMs, &pause, &QEventLoop::quit);
         pause.exec();
@@ -121,6 +134,7 @@ void DLinkSupervisor::onPortStateChanged(bool open, const QString& reason)
     m_lost = false;
     m_openedPath = reason;
     DMessageHandler::setDevicePath(reason);
+    setState(CeLinkOpen);
 }
 
 QString DLinkSupervisor::notBackCheck() { return c_checkInRange; }
@@ -134,8 +148,53 @@ void DLinkSupervisor::onPortLost(const QString& devicePath, const QString& cause
     m_lost = true;
     ++m_losses;
     m_down.start();
+    m_answerWait.stop();
+    setState(CeLinkLost);
     DMessageHandler::say(QStringLiteral("link lost: %1 (%2)").arg(devicePath, cause));
     QMetaObject::invokeMethod(this, &DLinkSupervisor::sigLinkLost, Qt::QueuedConnection);
+}
+
+// An acknowledgement wants no answer; any other frame does, within c_answerWaitMs.
+void DLinkSupervisor::onBytesWritten(const QByteArray& bytes)
+{
+    HytorcHcpFrame::Header header;
+    const bool acknowledgement = HytorcHcpFrame::parseHeader(bytes, &header) && header.isAck();
+    if (!acknowledgement && !m_answerWait.isActive() && (m_state == CeLinkOpen || m_state == CeLinkConnected))
+        m_answerWait.start();
+}
+
+void DLinkSupervisor::onBytesRead()
+{
+    m_answerWait.stop();
+    if (m_state == CeLinkOpen || m_state == CeLinkSilent)
+        setState(CeLinkConnected);
+}
+
+void DLinkSupervisor::setState(EnLinkState state)
+{
+    if (state == m_state)
+        return;
+    m_state = state;
+    emit sigStateChanged(state);
+}
+
+QString DLinkSupervisor::stateText(EnLinkState state)
+{
+    switch (state) {
+    case CeLinkClosed:
+        return QStringLiteral("closed");
+    case CeLinkOpen:
+        return QStringLiteral("waiting for the tool");
+    case CeLinkConnected:
+        return QStringLiteral("connected");
+    case CeLinkSilent:
+        return QStringLiteral("no answer from the tool");
+    case CeLinkLost:
+        return QStringLiteral("link lost");
+    case CeLinkReconnecting:
+        return QStringLiteral("reconnecting");
+    }
+    return QString();
 }
 
 bool DLinkSupervisor::openOnce(const QString& path, QString* error)

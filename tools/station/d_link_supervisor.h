@@ -4,6 +4,7 @@
 #include <QElapsedTimer>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 class DInstructionRouter;
 
@@ -11,10 +12,14 @@ class DInstructionRouter;
 // command that binds the tool): its loss said at once in one line, the port reopened
 // for a bounded time when the next command needs it. A Bluetooth tool that walks out
 // of range comes back this way.
+// It also tells whether the tool answers on the open port, for a panel's header.
 class DLinkSupervisor : public QObject
 {
     Q_OBJECT
 public:
+    enum EnLinkState { CeLinkClosed, CeLinkOpen, CeLinkConnected, CeLinkSilent, CeLinkLost, CeLinkReconnecting };
+    Q_ENUM(EnLinkState)
+
     // `driver`: the serial driver's plug-in object (signals sigPortStateChanged, sigPortLost).
     DLinkSupervisor(DInstructionRouter* router, QObject* driver, QObject* parent = nullptr);
 
@@ -30,6 +35,10 @@ public:
     QString lossSummary() const;
     // What to check when the port did not come back.
     static QString notBackCheck();
+    // Connected: the port is open and the tool answered the last frame that wanted an answer.
+    EnLinkState state() const { return m_state; }
+    // "connected", "link lost", ...: the state in the user's words.
+    static QString stateText(EnLinkState state);
 
 signals:
     // The driver has let go of the port and ended its listeners. Emitted queued: the
@@ -37,14 +46,18 @@ signals:
     void sigLinkLost();
     // A command used the port before any was opened; without a receiver, the failure is said as any other.
     void sigNoPortOpen();
+    void sigStateChanged(DLinkSupervisor::EnLinkState state);
 
 private slots:
     void onPortStateChanged(bool open, const QString& reason);
     void onPortLost(const QString& devicePath, const QString& cause);
+    void onBytesWritten(const QByteArray& bytes);
+    void onBytesRead();
 
 private:
     bool openOnce(const QString& path, QString* error);
     void onInstructionFailed(const QString& target, const QString& instruction, const QString& reason);
+    void setState(EnLinkState state);
 
     DInstructionRouter* m_router;
     QString m_openedPath;  // the last port the driver opened
@@ -53,6 +66,8 @@ private:
     int m_losses = 0;
     qint64 m_downMs = 0;  // of the gaps already closed
     QElapsedTimer m_down;  // since the last loss
+    EnLinkState m_state = CeLinkClosed;
+    QTimer m_answerWait;  // from a frame that wants an answer to the tool's next bytes
 };
 
 #endif // D_LINK_SUPERVISOR_H

@@ -46,7 +46,11 @@ bool DSimulatorProcess::start(const QStringList& arguments, QString* devicePath,
         return false;
     }
     const QString link = m_linkDir.filePath(QStringLiteral("tool"));
-    m_process.start(program, arguments + QStringList{QStringLiteral("--link"), link});
+    // It ends with us, however we end, and takes the link's folder with it.
+    m_process.start(program, arguments
+                                 + QStringList{QStringLiteral("--link"), link, QStringLiteral("--remove-link-folder"),
+                                               QStringLiteral("--parent-pid"),
+                                               QString::number(QCoreApplication::applicationPid())});
     const QDeadlineTimer deadline(c_startMs);
     while (!m_process.canReadLine() && m_process.state() != QProcess::NotRunning && !deadline.hasExpired())
         m_process.waitForReadyRead(int(deadline.remainingTime()));

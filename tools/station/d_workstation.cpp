@@ -5,7 +5,6 @@
 #include "d_instruction_router.h"
 #include "d_plugin_host.h"
 
-#include <QEventLoop>
 #include <QUuid>
 #include <QtDebug>
 
@@ -14,7 +13,6 @@ namespace {
 const QString c_devicePluginName = QStringLiteral("Plugin Device Hytorc");
 const QString c_driverPluginName = QStringLiteral("Plugin Driver Serial");
 const QString c_driverTarget = QStringLiteral("driver");
-constexpr int c_openTimeoutMs = 5000;
 
 } // namespace
 
@@ -56,37 +54,3 @@ bool DWorkstation::setUp(const QString& pluginDirectory, QString* error)
     return true;
 }
 
-bool DWorkstation::openDevice(const QString& path, QString* error)
-{
-    const QVariantMap settings{
-        {"devicePath", path},  {"rawMode", true}, {"parallelListening", true}, {"baud_rate", 115200},
-        {"data_bits", 8},      {"parity", 0},     {"stop_bits", 1},            {"flow_control", 0}};
-    QEventLoop loop;
-    QVariantMap reply;
-    QString refusal;
-    const quint64 id = m_router->openInstruction(
-        c_driverTarget, QStringLiteral("changeDevicePath"), settings, c_openTimeoutMs,
-        [&](quint64, const QVariantMap& answer) {
-            reply = answer;
-            loop.quit();
-        },
-        &refusal);
-    if (id == 0) {
-        *error = refusal;
-        return false;
-    }
-    loop.exec();
-    if (reply.value(QStringLiteral("results")).toMap().value(QStringLiteral("doneOk")).toBool())
-        return true;
-    *error = QStringLiteral("cannot open %1: %2").arg(path, reply.value(QStringLiteral("error")).toString());
-    return false;
-}
-
-void DWorkstation::closeDevice()
-{
-    QEventLoop loop;
-    QString refusal;
-    if (m_router->openInstruction(c_driverTarget, QStringLiteral("closeConnection"), {}, c_openTimeoutMs,
-                                  [&](quint64, const QVariantMap&) { loop.quit(); }, &refusal))
-        loop.exec();
-}

@@ -20,9 +20,6 @@ public:
 
     // False with a one-line reason when the plug-ins cannot be loaded or instantiated.
     bool setUp(const QString& pluginDirectory, QString* error);
-    // Points the driver at the serial device `path` and waits for its answer.
-    bool openDevice(const QString& path, QString* error);
-    void closeDevice();
 
     DInstructionRouter* router() const { return m_router; }
     DCommandRunner* runner() const { return m_runner; }

@@ -8,6 +8,13 @@
 #include <QTimerEvent>
 #include <QUuid>
 
+namespace {
+
+const QString c_linkChannel = QStringLiteral("link");
+constexpr int c_textChannelType = 1;  // a channel's type code for a text value
+
+} // namespace
+
 DBackendHost::DBackendHost(DCommandRunner* runner, QObject* parent)
     : QObject(parent)
     , m_runner(runner)
@@ -18,16 +25,29 @@ DBackendHost::DBackendHost(DCommandRunner* runner, QObject* parent)
 
 void DBackendHost::addInstance(DAbstractPlugin* instance) { m_instances << instance; }
 
-void DBackendHost::setConnected(DAbstractPlugin* instance, bool connected)
+void DBackendHost::setConnected(DAbstractPlugin* instance, bool connected, const QString& linkState)
 {
     if (connected)
         m_connected.insert(instance);
     else
         m_connected.remove(instance);
+    m_linkStates.insert(instance, linkState);
     for (const auto& backend : qAsConst(m_backends)) {
         if (backend && this->instance(backend->objectId()) == instance)
-            backend->setConnected(connected);
+            showLink(backend, instance);
     }
+}
+
+// A backend that keeps status channels takes their descriptions through "loadChannels".
+void DBackendHost::showLink(DAbstractPluginBackend* backend, const DAbstractPlugin* instance) const
+{
+    backend->setConnected(m_connected.contains(instance));
+    const QString state = m_linkStates.value(instance);
+    if (state.isEmpty() || backend->metaObject()->indexOfMethod("loadChannels(QVariantList)") < 0)
+        return;
+    const QVariantMap channel{
+        {"id", c_linkChannel}, {"name", QStringLiteral("Link")}, {"type", c_textChannelType}, {"value", QVariantList{state}}};
+    QMetaObject::invokeMethod(backend, "loadChannels", Q_ARG(QVariantList, QVariantList{channel}));
 }
 
 bool DBackendHost::attachBackend(DAbstractPluginBackend* backend, QString* refusal)
@@ -38,7 +58,7 @@ bool DBackendHost::attachBackend(DAbstractPluginBackend* backend, QString* refus
         return false;
     }
     m_backends << backend;
-    backend->setConnected(m_connected.contains(plugin));
+    showLink(backend, plugin);
     return true;
 }
 
@@ -74,6 +94,11 @@ DBackendHost::Outcome DBackendHost::start(DPendingRun* run)
     if (!plugin || !m_runner)
         return {IMessenger::CeTargetMissing,
                 QStringLiteral("no plug-in instance has the object id \"%1\"").arg(run->objectId), {}};
+    // The host's own channel: read at every update, never set by a click.
+    if (run->name.isEmpty() && run->data.value(QStringLiteral("channel")) == c_linkChannel)
+        return run->data.contains(QStringLiteral("value"))
+            ? Outcome{IMessenger::CeInstructionRefused, QStringLiteral("the link's state cannot be set"), {}}
+            : Outcome{IMessenger::CeNoError, QString(), {{QStringLiteral("cmd_success"), true}}};
     if (!plugin->declaredCommand(run->name))
         return {IMessenger::CeUnknownInstruction,
                 QStringLiteral("\"%1\" has no command \"%2\"").arg(plugin->pluginName(), run->name), {}};

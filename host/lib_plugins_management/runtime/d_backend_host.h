@@ -4,6 +4,7 @@
 #include "i_plugin_backend_host.h"
 
 #include <QObject>
+#include <QHash>
 #include <QPointer>
 #include <QQueue>
 #include <QSet>
@@ -29,8 +30,10 @@ public:
 
     // An instance that panels may name by its object uuid.
     void addInstance(DAbstractPlugin* instance);
-    // The instance's device link opened or closed: its panels show it.
-    void setConnected(DAbstractPlugin* instance, bool connected);
+    // The instance's device link: `connected` while its device answers. Its panels show
+    // it, and `linkState` (the link in the user's words) as their status channel "link",
+    // whose reads the host answers itself.
+    void setConnected(DAbstractPlugin* instance, bool connected, const QString& linkState = QString());
 
     bool attachBackend(DAbstractPluginBackend* backend, QString* refusal) override;
     void runCommand(QObject* context, const QString& objectId, const QString& name, const QVariantMap& data,
@@ -53,6 +56,7 @@ private:
     };
 
     DAbstractPlugin* instance(const QString& objectId) const;
+    void showLink(DAbstractPluginBackend* backend, const DAbstractPlugin* instance) const;
     void startNext();
     Outcome start(DPendingRun* run);
     void onFinished(quint64 runId, const QVariantMap& results);
@@ -60,6 +64,7 @@ private:
     QPointer<DCommandRunner> m_runner;
     QList<QPointer<DAbstractPlugin>> m_instances;
     QSet<const DAbstractPlugin*> m_connected;
+    QHash<const DAbstractPlugin*, QString> m_linkStates;
     QList<QPointer<DAbstractPluginBackend>> m_backends;
     QQueue<DPendingRun> m_queue;  // the head runs when its runId is set
 };

@@ -16,12 +16,21 @@ BasePanelMaintenance {
     property bool toolInfoLoading: false
     property string statusText: ""
     property bool statusFailed: false
+    property string appliedProgram: ""
 
     onUpdateData: be.updateChannelsValue()
 
     function showStatus(text, failed) {
         statusText = text
         statusFailed = failed
+    }
+
+    // With the tool answering, setProgram fails for a program that the list read from the
+    // tool at connection does not hold; the link is not at fault then.
+    function failureText(name) {
+        if (name === "setProgram" && idPanel.connected)
+            return name + " failed: program " + appliedProgram + " is not in the program list read from the tool"
+        return name + " failed: check that the tool is on, in range and connected"
     }
 
     function fillToolInfo(text) {
@@ -61,7 +70,7 @@ BasePanelMaintenance {
         }
         function onTreatmentReleased(kind, name, ok) {
             if (kind >= 100)
-                idPanel.showStatus(name + (ok ? ": done" : " failed: check that the tool is on, in range and connected"), !ok)
+                idPanel.showStatus(ok ? name + ": done" : idPanel.failureText(name), !ok)
         }
     }
 
@@ -108,6 +117,17 @@ BasePanelMaintenance {
             font.bold: true
         }
 
+        // The host's status channels: the link, in words.
+        Repeater {
+            id: idRepeaterChannels
+            objectName: parent.objectName + ".idRepeaterChannels"
+            model: be.statusChannelsModel
+            delegate: Label {
+                objectName: idRepeaterChannels.objectName + ".idLabelChannel"
+                text: model.modelData.name + ": " + model.modelData.value
+            }
+        }
+
         RowLayout {
             id: idRowSetProgram
             objectName: parent.objectName + ".idRowSetProgram"
@@ -135,7 +155,10 @@ BasePanelMaintenance {
                 id: idButtonApply
                 objectName: parent.objectName + ".idButtonApply"
                 text: qsTrId("maintenance_panel_Apply")
-                onClicked: be.setProgram(idTextFieldProgram.text)
+                onClicked: {
+                    idPanel.appliedProgram = idTextFieldProgram.text
+                    be.setProgram(idTextFieldProgram.text)
+                }
             }
         }
 

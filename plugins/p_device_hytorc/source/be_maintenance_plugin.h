@@ -30,6 +30,10 @@ public:
     Q_INVOKABLE void setDirection(bool directionStatus);
     Q_INVOKABLE void resetBackend();
     Q_INVOKABLE void refreshToolInfo();
+    // The host's channel descriptions (DHytorcChannel::create); an empty one keeps its
+    // place as a null channel, so that indexes stay those of the host's list. Invokable:
+    // the host reaches it by name.
+    Q_INVOKABLE void loadChannels(const QVariantList& descriptions);
 
     QString connectionPath() const;
     void setConnectionPath(const QString& path);
@@ -38,9 +42,6 @@ public:
     OLM_DHytorcChannel* statusChannelsModel();
     QString toolInfo() const;
 
-    // The host's channel descriptions (DHytorcChannel::create); an empty one keeps its
-    // place as a null channel, so that indexes stay those of the host's list.
-    void loadChannels(const QVariantList& descriptions);
     QSharedPointer<DHytorcChannel> getChannelAt(int index) const;
 
     void initBackend();

@@ -6,14 +6,6 @@ namespace {
 
 const QString c_directionId = QStringLiteral("direction");
 
-DHytorcChannel::EnChannelType toChannelType(const QVariant& type)
-{
-    const int code = type.toInt();
-    return code > DHytorcChannel::CeCtUnknown && code < DHytorcChannel::_CeCtNbr
-               ? DHytorcChannel::EnChannelType(code)
-               : DHytorcChannel::CeCtUnknown;
-}
-
 } // namespace
 
 const QMap<QString, DHytorcChannel::EnChannelType> DHytorcChannel::c_channelTypesMap{
@@ -36,8 +28,8 @@ QSharedPointer<DHytorcChannel> DHytorcChannel::create(const QVariantMap& descrip
     QSharedPointer<DHytorcChannel> channel(new DHytorcChannel);
     channel->setId(description.value(QStringLiteral("id")).toString());
     channel->setName(description.value(QStringLiteral("name")).toString());
-    const QVariant type = description.value(QStringLiteral("type"));
-    channel->m_type = type.isValid() ? toChannelType(type) : c_channelTypesMap.value(channel->m_id, CeCtUnknown);
+    // The description alone sets the type, stored as given: no type is CeCtUnknown.
+    channel->m_type = EnChannelType(description.value(QStringLiteral("type")).toInt());
     emit channel->typeChanged();
     channel->setValue(description.value(QStringLiteral("value")));
     return channel;
