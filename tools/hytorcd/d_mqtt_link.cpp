@@ -104,7 +104,8 @@ void runSession(std::shared_ptr<DMqttSession> session, const std::string& host, 
         while (rc == MOSQ_ERR_SUCCESS && session->command == DMqttSession::CeClose)
             rc = mosquitto_loop(client, c_loopMs, 1);
     }
-    session->finish(rc);
+    // errno belongs to this thread: a system error is handed on as its negated number.
+    session->finish(rc == MOSQ_ERR_ERRNO ? -errno : rc);
 }
 
 } // namespace
@@ -230,8 +231,9 @@ void DMqttLink::onSessionEvent(quint64 generation, int event, int value)
     default:
         if (m_state == CeIdle)
             return;
-        const QString reason = m_refusal.isEmpty() ? QString::fromUtf8(mosquitto_strerror(value))
-                                                   : QStringLiteral("refused: ") + m_refusal;
+        const QString reason = !m_refusal.isEmpty() ? QStringLiteral("refused: ") + m_refusal
+                               : value < 0          ? QString::fromLocal8Bit(std::strerror(-value))
+                                                    : QString::fromUtf8(mosquitto_strerror(value));
         m_refusal.clear();
         dropSession();
         waitAndRetry(reason);

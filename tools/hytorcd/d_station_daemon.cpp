@@ -109,6 +109,10 @@ bool DStationDaemon::setUp(QString* error, int* status)
 // Stops listening the host's way, closes the link and the journal, then leaves the event loop.
 void DStationDaemon::onTerminate()
 {
+    // A signal to the whole process group arrives twice (to us, then to the group).
+    if (m_stopping)
+        return;
+    m_stopping = true;
     DMessageHandler::say(QStringLiteral("stopping"));
     if (m_mqtt)
         m_mqtt->stop();

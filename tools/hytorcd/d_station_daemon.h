@@ -41,6 +41,7 @@ private:
     DStationService* m_service = nullptr;
     DOpServer* m_opServer = nullptr;
     DSignalWatcher* m_signals = nullptr;
+    bool m_stopping = false;
     DMqttReporter* m_mqtt = nullptr;
 };
 
