@@ -19,7 +19,8 @@ class DHytorcChannel : public DObject
     Q_PROPERTY(QVariant value READ value NOTIFY valueChanged)
     Q_PROPERTY(EnChannelType type READ type WRITE setType NOTIFY typeChanged)
 public:
-    enum EnChannelType { CeCtUnknown = 0, CeCtString = 1, CeCtBool = 2, _CeCtNbr = 3 };
+    // Backed by int: "type" is stored as given, any number a valid value.
+    enum EnChannelType : int { CeCtUnknown = 0, CeCtString = 1, CeCtBool = 2, _CeCtNbr = 3 };
     Q_ENUM(EnChannelType)
 
     // The type of each known channel, by id.
@@ -29,8 +30,8 @@ public:
 
     explicit DHytorcChannel(QObject* parent = nullptr);
 
-    // From {"id", "name", "value", "type"}; null for an empty map. A missing "type"
-    // is the known type of the id.
+    // From {"id", "name", "value", "type"}; null for an empty map. "type" alone sets the
+    // type, stored as given (a missing one is CeCtUnknown).
     static QSharedPointer<DHytorcChannel> create(const QVariantMap& description);
 
     QString id() const;
