@@ -34,16 +34,6 @@ void complain(const QString& message)
     DMessageHandler::say(message);
 }
 
-// A command tells its outcome in "cmd_success" (or "doneOk"); the end flag only when it has neither.
-bool commandSucceeded(bool finishedOk, const QVariantMap& results)
-{
-    if (results.contains(QStringLiteral("cmd_success")))
-        return results.value(QStringLiteral("cmd_success")).toBool();
-    if (results.contains(QStringLiteral("doneOk")))
-        return results.value(QStringLiteral("doneOk")).toBool();
-    return finishedOk;
-}
-
 // Without a tool, a listener still has something to show: the simulator reports a tightening
 // every few seconds unless told otherwise (--sim-arg=--event-period=0 keeps it quiet).
 constexpr int c_simulatedEventPeriodMs = 3000;
@@ -214,7 +204,7 @@ bool DCliSession::runOrder(const DCommandLine::Order& order, const DArgumentConv
                                 // (the simulator got it too) may end it first.
                                 const bool stoppedListener = recurrent && !bounded
                                     && (stopped || DSignalWatcher::terminationReceived());
-                                outcomes.insert(id, (stoppedListener || commandSucceeded(ok, results)) && !timedOut
+                                outcomes.insert(id, (stoppedListener || DWorkstation::commandSucceeded(ok, results)) && !timedOut
                                                         && !m_outputFailed);
                                 print({{"command", name}, {"success", outcomes.value(id)}, {"results", results}});
                                 if (!outcomes.value(id) && !stopped)

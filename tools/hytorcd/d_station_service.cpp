@@ -18,16 +18,6 @@ const QString c_listen = QStringLiteral("listenEventsData");
 const QString c_currentProgId = QStringLiteral("currentProgId");
 const QString c_unknownSerial = QStringLiteral("unknown");
 
-// A tool command's outcome: "cmd_success", or "doneOk" (the Bluetooth commands), or the end flag.
-bool succeeded(bool finishedOk, const QVariantMap& results)
-{
-    if (results.contains(QStringLiteral("cmd_success")))
-        return results.value(QStringLiteral("cmd_success")).toBool();
-    if (results.contains(QStringLiteral("doneOk")))
-        return results.value(QStringLiteral("doneOk")).toBool();
-    return finishedOk;
-}
-
 } // namespace
 
 QList<DStationConfig::DKey> DStationService::configKeys()
@@ -177,7 +167,7 @@ void DStationService::onFinished(quint64 runId, const QString& name, bool ok, co
     const auto step = m_steps.take(runId);
     if (!step)
         return;
-    const bool success = succeeded(ok, results);
+    const bool success = DWorkstation::commandSucceeded(ok, results);
     if (!success && !reason.isEmpty() && m_state != CeStopped)
         qInfo().noquote() << QStringLiteral("%1 failed: %2").arg(name, reason);
     step(success, results);

@@ -54,3 +54,11 @@ bool DWorkstation::setUp(const QString& pluginDirectory, QString* error)
     return true;
 }
 
+bool DWorkstation::commandSucceeded(bool finishedOk, const QVariantMap& results)
+{
+    if (results.contains(QStringLiteral("cmd_success")))
+        return results.value(QStringLiteral("cmd_success")).toBool();
+    if (results.contains(QStringLiteral("doneOk")))
+        return results.value(QStringLiteral("doneOk")).toBool();
+    return finishedOk;
+}

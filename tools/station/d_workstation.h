@@ -2,6 +2,7 @@
 #define D_WORKSTATION_H
 
 #include <QObject>
+#include <QVariantMap>
 
 class DAbstractPlugin;
 class DCommandRunner;
@@ -14,6 +15,10 @@ class DWorkstation : public QObject
 {
     Q_OBJECT
 public:
+    // A command tells its outcome in "cmd_success" (or "doneOk", the Bluetooth commands);
+    // the end flag only when it has neither.
+    static bool commandSucceeded(bool finishedOk, const QVariantMap& results);
+
     explicit DWorkstation(QObject* parent = nullptr);
     // Commands still running are ended before the plug-ins go.
     ~DWorkstation() override;
