@@ -78,9 +78,11 @@ QList<DStationConfig::DKey> DOpServer::configKeys()
     };
 }
 
-DOpServer::DOpServer(const DStationConfig& config, DStationService* service, DResultJournal* journal, QObject* parent)
+DOpServer::DOpServer(const DStationConfig& config, DStationService* service, DStationPart* part,
+                     DResultJournal* journal, QObject* parent)
     : QObject(parent)
     , m_service(service)
+    , m_part(part)
     , m_journal(journal)
     , m_layouts({config.intValue(QStringLiteral("op-cell")), config.intValue(QStringLiteral("op-channel")),
                  service->station(), items(config.value(QStringLiteral("op-good-status")))})

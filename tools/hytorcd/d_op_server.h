@@ -14,6 +14,7 @@
 
 class DOpSession;
 class DResultJournal;
+class DStationPart;
 class DStationService;
 
 // hytorcd's Open Protocol server: line controllers and MES connect over TCP, read the tool's
@@ -26,7 +27,7 @@ public:
     // op-port, op-bind, op-allow, op-clients, op-idle, op-ack-timeout, op-good-status, op-cell, op-channel.
     static QList<DStationConfig::DKey> configKeys();
 
-    DOpServer(const DStationConfig& config, DStationService* service, DResultJournal* journal,
+    DOpServer(const DStationConfig& config, DStationService* service, DStationPart* part, DResultJournal* journal,
               QObject* parent = nullptr);
     ~DOpServer() override;
 
@@ -38,6 +39,7 @@ public:
 
     // What the sessions share.
     DStationService* service() const { return m_service; }
+    DStationPart* part() const { return m_part; }
     DResultJournal* journal() const { return m_journal; }
     const DOpLayouts& layouts() const { return m_layouts; }
     int idleMs() const { return m_idleMs; }
@@ -54,6 +56,7 @@ private:
     void forget(DOpSession* session);
 
     DStationService* m_service;
+    DStationPart* m_part;
     DResultJournal* m_journal;
     DOpLayouts m_layouts;
     int m_port;

@@ -7,6 +7,7 @@
 #include "d_result_journal.h"
 #include "d_signal_watcher.h"
 #include "d_simulator_process.h"
+#include "d_station_part.h"
 #include "d_station_service.h"
 #include "d_workstation.h"
 
@@ -93,6 +94,7 @@ bool DStationDaemon::setUp(QString* error, int* status)
         DMessageHandler::say(QStringLiteral("no --device given: using the tool simulator at %1").arg(device));
     }
     m_service = new DStationService(m_workstation, m_journal, station);
+    m_part = new DStationPart(m_journal, station, this);
     if (m_config.isSet(QStringLiteral("mqtt"))) {
         m_mqtt = new DMqttReporter(m_journal, m_service, this);
         if (!m_mqtt->start(m_config, error)) {
@@ -100,7 +102,7 @@ bool DStationDaemon::setUp(QString* error, int* status)
             return false;
         }
     }
-    m_opServer = new DOpServer(m_config, m_service, m_journal, this);
+    m_opServer = new DOpServer(m_config, m_service, m_part, m_journal, this);
     m_opServer->start();
     m_service->start(device, bluetooth);
     return true;

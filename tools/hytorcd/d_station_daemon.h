@@ -10,6 +10,7 @@ class DOpServer;
 class DResultJournal;
 class DSignalWatcher;
 class DSimulatorProcess;
+class DStationPart;
 class DStationService;
 class DWorkstation;
 
@@ -43,6 +44,7 @@ private:
     DSignalWatcher* m_signals = nullptr;
     bool m_stopping = false;
     DMqttReporter* m_mqtt = nullptr;
+    DStationPart* m_part = nullptr;
 };
 
 #endif // D_STATION_DAEMON_H

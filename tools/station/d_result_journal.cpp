@@ -31,6 +31,10 @@ const QStringList c_migrations{
                    "CREATE TABLE tool_changes (at INTEGER NOT NULL, station TEXT NOT NULL,"
                    " previousSerial TEXT NOT NULL, serial TEXT NOT NULL);"
                    "CREATE TABLE state (key TEXT PRIMARY KEY, value TEXT NOT NULL);"),
+    // Version 2: what happened at the station beside its results (a lock and why, results lost).
+    QStringLiteral("CREATE TABLE events (id INTEGER PRIMARY KEY AUTOINCREMENT, at INTEGER NOT NULL,"
+                   " station TEXT NOT NULL, kind TEXT NOT NULL, text TEXT NOT NULL);"
+                   "CREATE INDEX events_at ON events(at);"),
 };
 
 // 2026-11-23T08:00:00.123Z, written directly: QDateTime's formatting would take most of an export's time.
@@ -139,6 +143,21 @@ bool DResultJournal::recordToolChange(const QString& station, const QString& pre
         return true;
     *error = fail(QStringLiteral("cannot record the tool change"), query);
     return false;
+}
+
+bool DResultJournal::recordEvent(const QString& station, const QString& kind, const QString& text, QString* error)
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    query.prepare(QStringLiteral("INSERT INTO events (at, station, kind, text) VALUES (?, ?, ?, ?)"));
+    for (const QVariant& value : {QVariant(QDateTime::currentMSecsSinceEpoch()), QVariant(station), QVariant(kind),
+                                  QVariant(text)})
+        query.addBindValue(value);
+    if (!query.exec()) {
+        *error = fail(QStringLiteral("cannot record the event \"%1\"").arg(text), query);
+        return false;
+    }
+    emit sigEventRecorded(kind, text);
+    return true;
 }
 
 qint64 DResultJournal::lastId() const

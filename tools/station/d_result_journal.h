@@ -40,6 +40,10 @@ public:
     bool recordToolChange(const QString& station, const QString& previousSerial, const QString& serial,
                           QString* error);
 
+    // One row of the events table: what happened at the station beside its results, with a kind
+    // that consumers match ("lock", "unlock", "results-lost", ...) and a sentence for people.
+    bool recordEvent(const QString& station, const QString& kind, const QString& text, QString* error);
+
     qint64 lastId() const;
     // The row with the keys of DResultRecord::journalKeys() ("receivedAt" as ISO 8601 UTC), or empty.
     QVariantMap row(qint64 id) const;
@@ -60,6 +64,8 @@ public:
 
 signals:
     void sigCommitted(qint64 id);
+    // An event row was committed.
+    void sigEventRecorded(const QString& kind, const QString& text);
 
 private:
     bool exec(const QString& statement, QString* error) const;
