@@ -22,10 +22,6 @@ const DReadingRule c_readingRules[] = {
     {"setLock", "lock", [](const QVariant& v) { return v.toBool() ? QStringLiteral("true (lock)")
                                                                    : QStringLiteral("false (unlock)"); }},
     {"setPingInterval", "interval", [](const QVariant& v) { return QString::number(v.toInt() < 1 ? 150 : v.toInt()); }},
-    {"setLevelAccess", "level", [](const QVariant& v) {
-         const QString level = v.toString().toUpper().trimmed();
-         return level.isEmpty() ? QStringLiteral("L4") : level;
-     }},
 };
 
 } // namespace
@@ -48,11 +44,13 @@ bool DArgumentConverter::convert(const QString& command, const QVariantList& dec
             *message = QStringLiteral("parameter \"%1\" has no name").arg(assignment);
             return false;
         }
-        // Some commands read parameters they do not declare (searchAndConnect serialId): a typo shows.
+        // Some commands read parameters they do not declare (searchAndConnect serialId); one close
+        // to a declared name is a typo, which must not reach the tool as a missing value.
         const QString meant = types.contains(name) ? QString() : DCloseNames::closest(name, names);
-        if (!meant.isEmpty())
-            order->notes << QStringLiteral("%1 does not declare \"%2\": did you mean %3? (passed on as text)")
-                                .arg(command, name, meant);
+        if (!meant.isEmpty()) {
+            *message = QStringLiteral("unknown parameter \"%1\" (did you mean %2?)").arg(name, meant);
+            return false;
+        }
         if (!types.contains(name))
             order->undeclared << name;
         const QString type = types.value(name, QStringLiteral("QString"));
@@ -70,15 +68,22 @@ bool DArgumentConverter::convert(const QString& command, const QVariantList& dec
         if (!read.isEmpty())
             order->notes << QStringLiteral("%1 reads %2=%3 as %4").arg(command, name, text, read);
     }
+    *message = missingParameter(declared, order->arguments);
+    return message->isEmpty();
+}
+
+// A declared parameter without a default has no value the command could fall back on.
+QString DArgumentConverter::missingParameter(const QVariantList& declared, const QVariantMap& given)
+{
     for (const QVariant& d : declared) {
         const QVariantMap declaration = d.toMap();
         const QString name = declaration.value(QStringLiteral("name")).toString();
-        const QString read = order->arguments.contains(name) || declaration.value(QStringLiteral("default")).isValid()
-            ? QString() : reading(command, name, types.value(name), QVariant());
-        if (!read.isEmpty())
-            order->notes << QStringLiteral("%1 reads a missing %2 as %3").arg(command, name, read);
+        if (!given.contains(name) && !declaration.value(QStringLiteral("default")).isValid())
+            return QStringLiteral("%1 is required (%1=VALUE, %2: %3)")
+                .arg(name, declaration.value(QStringLiteral("type")).toString(),
+                     declaration.value(QStringLiteral("description")).toString());
     }
-    return true;
+    return QString();
 }
 
 bool DArgumentConverter::convertValue(const QString& type, const QString& text, QVariant* value)
@@ -119,8 +124,8 @@ QString DArgumentConverter::rangeError(const QString& type, const QString& text)
         .arg(isInt ? qint64(std::numeric_limits<int>::max()) : qint64(std::numeric_limits<uint>::max()));
 }
 
-// What the command makes of `given` (a text of the wrong type, or nothing): the host's
-// conversion to the declared type, then the command's own rule. Empty when nothing is known.
+// What the command makes of `given`, a text of the wrong type: the host's conversion to the
+// declared type, then the command's own rule. Empty when nothing is known.
 QString DArgumentConverter::reading(const QString& command, const QString& name, const QString& type,
                                     const QVariant& given)
 {
@@ -130,7 +135,7 @@ QString DArgumentConverter::reading(const QString& command, const QString& name,
     }
     if (type == QLatin1String("bool"))
         return given.toBool() ? QStringLiteral("true") : QStringLiteral("false");
-    if (type == QLatin1String("int") && given.isValid())
+    if (type == QLatin1String("int"))
         return QString::number(given.toInt());
     return QString();
 }

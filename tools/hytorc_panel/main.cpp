@@ -1,4 +1,5 @@
 // hytorc-panel: shows the HYTORC device's maintenance panel as the workstation builds it.
+#include "d_display_check.h"
 #include "d_message_handler.h"
 #include "d_panel_session.h"
 #include "d_signal_watcher.h"
@@ -27,7 +28,7 @@ int parseOptions(DPanelSession::Options* options)
         {"plugins", "Folder of the plug-ins (default: ../plugins beside this program).", "dir"},
         {"name", "Name of the device shown on the panel (default: HYTORC tool).", "text"},
         {"tool-info", "Press \"Get Tool Info\" once the panel is loaded; exit status 1 when it fails."},
-        {"screenshot", "Save the panel as a PNG once it has settled, then exit.", "file"},
+        {"screenshot", "Save the panel as a PNG once it has settled, then exit (needs no display).", "file"},
     });
     const bool parsed = parser.parse(QCoreApplication::arguments());
     if (parsed && parser.isSet(help)) {
@@ -38,6 +39,11 @@ int parseOptions(DPanelSession::Options* options)
         const QString error = parsed ? QStringLiteral("unexpected argument: %1").arg(parser.positionalArguments().first())
                                      : parser.errorText();
         std::fprintf(stderr, "hytorc-panel: %s (see --help)\n", qPrintable(error));
+        return DPanelSession::CeExitUsage;
+    }
+    const QString noDisplay = DDisplayCheck::choosePlatform(parser.value("platform"), parser.isSet("screenshot"));
+    if (!noDisplay.isEmpty()) {
+        std::fprintf(stderr, "hytorc-panel: %s\n", qPrintable(noDisplay));
         return DPanelSession::CeExitUsage;
     }
     options->device = parser.value("device");
@@ -64,9 +70,13 @@ int main(int argc, char* argv[])
         if (exitCode >= 0)
             return exitCode;
     }
+    DDisplayCheck::guardStart();
     QGuiApplication app(argc, argv);
+    const QStringList held = DDisplayCheck::endGuard();
     QCoreApplication::setApplicationName(QStringLiteral("hytorc-panel"));
     DMessageHandler::install(false);
+    for (const QString& line : held)
+        DMessageHandler::say(line);
     DPanelSession session(options);
     DSignalWatcher signalWatcher;
     QObject::connect(&signalWatcher, &DSignalWatcher::sigTerminate, &session, &DPanelSession::stop);
