@@ -79,9 +79,8 @@ QString DArgumentConverter::missingParameter(const QVariantList& declared, const
         const QVariantMap declaration = d.toMap();
         const QString name = declaration.value(QStringLiteral("name")).toString();
         if (!given.contains(name) && !declaration.value(QStringLiteral("default")).isValid())
-            return QStringLiteral("%1 is required (%1=VALUE, %2: %3)")
-                .arg(name, declaration.value(QStringLiteral("type")).toString(),
-                     declaration.value(QStringLiteral("description")).toString());
+            return QStringLiteral("no %1 given (%1=VALUE: %2)")
+                .arg(name, declaration.value(QStringLiteral("description")).toString());
     }
     return QString();
 }
