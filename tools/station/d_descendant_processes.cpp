@@ -88,11 +88,10 @@ QList<DDescendantProcesses::DProcess> DDescendantProcesses::list(const QSet<qint
     return found;
 }
 
-QString DDescendantProcesses::runningProgram(const QSet<qint64>& spared)
+QString DDescendantProcesses::runningProgram(const QSet<qint64>& spared, const QStringList& programs)
 {
-    static const QStringList wrappers{QStringLiteral("timeout"), QStringLiteral("stdbuf")};
     for (const DProcess& process : list(spared)) {
-        if (!wrappers.contains(process.program))
+        if (programs.contains(process.program))
             return (QStringList{process.program} + process.arguments).join(QLatin1Char(' '));
     }
     return QString();

@@ -20,9 +20,10 @@ public:
     static bool becomeSubreaper();
     // Every live descendant, parents before their children; `spared` and theirs are left out.
     static QList<DProcess> list(const QSet<qint64>& spared);
-    // "program arguments" of the first descendant that does real work (not `timeout` or
-    // `stdbuf`, which only wrap another program); empty when none runs.
-    static QString runningProgram(const QSet<qint64>& spared);
+    // "program arguments" of the first descendant started as one of `programs`; empty when none
+    // runs. What those start in turn (a script's `sleep`, left to us when its parent was killed)
+    // is not what was run.
+    static QString runningProgram(const QSet<qint64>& spared, const QStringList& programs);
     // Asks every descendant but `spared` to end, kills those still there after `graceMs`,
     // and reaps the ones that had become our children. Returns how many there were.
     static int endAll(const QSet<qint64>& spared, int graceMs);

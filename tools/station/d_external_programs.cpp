@@ -19,6 +19,9 @@ const QString c_checkTool = QStringLiteral("is the tool switched on, in range an
 const QString c_checkService = QStringLiteral("is the bluetooth service running?");
 constexpr int c_busAnswerMs = 1000;
 
+// The programs that do the work; `timeout` and `stdbuf` only wrap them.
+const QStringList c_workers{QStringLiteral("bluetoothctl"), QStringLiteral("rfcomm")};
+
 QStringList programsOf(const QString& command)
 {
     static const QHash<QString, QStringList> programs{
@@ -59,8 +62,7 @@ int stepCount(const QString& command)
 
 QString packageOf(const QString& program)
 {
-    return program == QLatin1String("bluetoothctl") || program == QLatin1String("rfcomm") ? QStringLiteral("bluez")
-                                                                                          : QStringLiteral("coreutils");
+    return c_workers.contains(program) ? QStringLiteral("bluez") : QStringLiteral("coreutils");
 }
 
 // What a program that waits for bluetoothd should have checked: the service's name on the
@@ -121,7 +123,7 @@ bool DExternalPrograms::runsPrograms(const QString& command)
 
 QString DExternalPrograms::runningProgram() const
 {
-    return DDescendantProcesses::runningProgram(m_spared);
+    return DDescendantProcesses::runningProgram(m_spared, c_workers);
 }
 
 QString DExternalPrograms::stepOf(const QString& command, const QString& program)

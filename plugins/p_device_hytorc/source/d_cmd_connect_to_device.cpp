@@ -61,10 +61,7 @@ bool DCmdConnectToDevice::commandExecute()
 
 void DCmdConnectToDevice::finishTheCommand(bool& ok)
 {
-    if (connectProcess && connectProcess->state() != QProcess::NotRunning) {
-        connectProcess->kill();
-        connectProcess->waitForFinished(c_killWaitMs);
-    }
+    endProcess(connectProcess, c_killWaitMs);
     commandFinish(ok);
 }
 
@@ -78,6 +75,7 @@ bool DCmdConnectToDevice::isToolConnected() const
     QProcess info;
     info.start(QStringLiteral("bluetoothctl"), {QStringLiteral("info"), serialId}, QIODevice::ReadWrite);
     info.waitForFinished(c_infoWaitMs);
+    endProcess(&info, c_killWaitMs);
     return QString::fromUtf8(info.readAllStandardOutput()).contains(QStringLiteral("Connected: yes"),
                                                                       Qt::CaseInsensitive);
 }

@@ -39,6 +39,7 @@ bool DCmdStartDetection::commandExecute()
     listing.start(QStringLiteral("bluetoothctl"), {QStringLiteral("devices")}, QIODevice::ReadWrite);
     if (listing.waitForFinished(c_listingWaitMs))
         parseDetectionOutput(QString::fromUtf8(listing.readAllStandardOutput()));
+    endProcess(&listing, c_killWaitMs);
     // Line-buffered so that each device shows up as soon as it is seen.
     scanProcess->start(QStringLiteral("stdbuf"),
                        {QStringLiteral("-oL"), QStringLiteral("bluetoothctl"), QStringLiteral("--timeout"),
@@ -49,10 +50,7 @@ bool DCmdStartDetection::commandExecute()
 
 void DCmdStartDetection::finishTheCommand(bool& success)
 {
-    if (scanProcess && scanProcess->state() != QProcess::NotRunning) {
-        scanProcess->kill();
-        scanProcess->waitForFinished(c_killWaitMs);
-    }
+    endProcess(scanProcess, c_killWaitMs);
     DAbstractCommand::finishTheCommand(success);
 }
 

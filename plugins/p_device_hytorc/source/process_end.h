@@ -16,4 +16,14 @@ void connectProcessEnd(QProcess* process, TReceiver* receiver, void (TReceiver::
     });
 }
 
+// Kills `process` if it still runs and waits up to `waitMs` for it, so that it is reaped before
+// its object goes: a process object destroyed while its program runs warns on stderr.
+inline void endProcess(QProcess* process, int waitMs)
+{
+    if (!process || process->state() == QProcess::NotRunning)
+        return;
+    process->kill();
+    process->waitForFinished(waitMs);
+}
+
 #endif // PROCESS_END_H
