@@ -7,11 +7,22 @@
 #include <QDateTime>
 #include <QThread>
 
+#include <csignal>
 #include <cstdio>
+#include <poll.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr int c_followPeriodMs = 200;
+
+// A reader that went away (hytorc results --follow | head -n 3) shows on the pipe itself,
+// so a follower with nothing new to write still ends with it.
+bool outputClosed()
+{
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return ::poll(&output, 1, 0) == 1 && (output.revents & (POLLERR | POLLHUP)) != 0;
+}
 
 // ISO 8601 ("2026-11-23T08:00:00Z", "2026-11-23 08:00"); local time when no zone is given.
 bool parseTime(const QString& text, qint64* ms)
@@ -51,6 +62,10 @@ int DResultsExport::run(const QStringList& arguments)
         }
         if (m_follow)
             QThread::msleep(c_followPeriodMs);
+        if (m_follow && outputClosed()) {
+            std::raise(SIGPIPE);  // the end a write would have met
+            return CeExitFailure;
+        }
     } while (m_follow);
     return CeExitSuccess;
 }
