@@ -77,9 +77,10 @@ private slots:
         row("for without a listener", {"--for", "1", "getToolInfo"}, 2, "--for only limits a recurrent command");
         row("timeout beyond a timer", {"--timeout", "1e300", "getToolInfo"}, 2, "--timeout takes a number of seconds");
         row("nameless parameter", {"getToolInfo", "=1"}, 2, "parameter \"=1\" has no name");
-        row("misspelled parameter", {"setLock", "lok=1"}, 0, "setLock does not declare \"lok\": did you mean lock?");
+        // Found before anything runs: --trace would show any frame sent.
+        row("misspelled parameter", {"--trace", "listProgram", "setLock", "lok=1"}, 2, "unknown parameter \"lok\" (did you mean lock?)");
+        row("no program id", {"setProgram"}, 2, "setProgram: no progId given (progId=VALUE: Program ID to select)");
         row("not a boolean", {"setLock", "lock=maybe"}, 0, "setLock reads lock=maybe as true (lock)");
-        row("no boolean", {"setLock"}, 0, "setLock reads a missing lock as false (unlock)");
         row("not a number", {"setPingInterval", "interval=abc"}, 0, "setPingInterval reads interval=abc as 150");
         row("beyond an int", {"setPingInterval", "interval=99999999999"}, 2, "interval=99999999999 is out of range");
         row("below a uint", {"getPresetData", "progId=-1"}, 2, "progId=-1 is out of range: the command takes whole numbers from 0");
@@ -121,6 +122,34 @@ private slots:
             QVERIFY(!hytorc.out.isEmpty() && hytorc.count("skipped in the plug-in folder") <= 1);
         if (exitCode == 1)
             QVERIFY(!hytorc.successes().contains(true));
+    }
+
+    // The other programs as a shell runs them, without a display: their output, then the status.
+    void shellLines_data()
+    {
+        QTest::addColumn<QString>("line");  // $B: the programs, $T: a folder of the test's own
+        QTest::addColumn<QByteArray>("output");
+        QTest::newRow("panel, no display, then one gone") << "$B/hytorc-panel; echo $?; DISPLAY=:97 $B/hytorc-panel"
+            << QByteArray("hytorc-panel: no display to show the panel on (DISPLAY is not set): run it in a desktop session, or give "
+                          "--screenshot FILE, which needs none\n2\nhytorc-panel: cannot show the panel: could not connect to "
+                          "display :97; check DISPLAY, or give --screenshot FILE, which needs no display\n2\n");
+        QTest::newRow("screenshot") << "$B/hytorc-panel --screenshot $T/p.png 2>&-; head -c4 $T/p.png | tail -c3; echo" << QByteArray("PNG\n0\n");
+        QTest::newRow("completion") << ". /usr/share/bash-completion/bash_completion; . " HYTORC_COMPLETION "; COMP_CWORD=2 COMP_WORDS=($B/hytorc "
+            "setLock l) COMP_LINE=\"$B/hytorc setLock l\" COMP_POINT=99; _hytorc 2>&-; echo ${COMPREPLY[*]}" << QByteArray("lock=\n0\n");
+        QTest::newRow("follower whose reader left") << "timeout -s INT 3 $B/hytorcd --journal $T/r.db --op-port 0 2>&-; "
+            "$B/hytorc results --follow --format csv --journal $T/r.db | head -n 1 | cut -d, -f1" << QByteArray("id\n0\n");
+    }
+
+    void shellLines()
+    {
+        QFETCH(QString, line);
+        QFETCH(QByteArray, output);
+        QTemporaryDir folder;
+        QProcess shell;  // timeout ends the whole line, should it hang
+        shell.start("timeout", {"-s", "KILL", "60", "env", "-u", "DISPLAY", "-u", "QT_QPA_PLATFORM", "T=" + folder.path(),
+                                "B=" + qEnvironmentVariable("HYTORC_BUILD_DIR") + "/bin", "bash", "-c", "{ " + line + "; } 2>&1; echo $?"});
+        QVERIFY(shell.waitForFinished(90000));
+        QCOMPARE(shell.readAll(), output);
     }
 
     // SIGTERM (as Ctrl-C) stops the running command the host's way, and the rest of the sequence.
