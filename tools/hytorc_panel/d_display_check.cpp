@@ -19,8 +19,8 @@ QStringList& heldLines()
 
 QString DDisplayCheck::choosePlatform(const QString& platform, bool screenshot)
 {
-    const bool chosen = !platform.isEmpty() || qEnvironmentVariableIsSet("QT_QPA_PLATFORM");
-    if (chosen || qEnvironmentVariableIsSet("DISPLAY"))
+    const bool chosen = !platform.isEmpty() || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+    if (chosen || !qEnvironmentVariableIsEmpty("DISPLAY"))
         return QString();
     if (screenshot) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
