@@ -192,25 +192,49 @@ bool DResultJournal::forEach(const DQuery& query, const std::function<bool(const
 bool DResultJournal::forEachValues(const DQuery& query, const std::function<bool(const QVariantList&)>& each,
                                    QString* error) const
 {
-    QString sql = QStringLiteral("SELECT %1 FROM results WHERE id > ?").arg(DResultRecord::journalKeys().join(','));
-    if (query.fromMs > 0)
-        sql += QStringLiteral(" AND receivedAt >= %1").arg(query.fromMs);
-    if (query.toMs > 0)
-        sql += QStringLiteral(" AND receivedAt <= %1").arg(query.toMs);
-    sql += QStringLiteral(" ORDER BY id");
-    if (query.limit > 0)
-        sql += QStringLiteral(" LIMIT %1").arg(query.limit);
+    return forEachValues(query, DResultRecord::journalKeys(), each, error);
+}
+
+bool DResultJournal::forEachValues(const DQuery& query, const QStringList& columns,
+                                   const std::function<bool(const QVariantList&)>& each, QString* error) const
+{
+    QVariantList binds{query.sinceId};
+    QString sql = QStringLiteral("SELECT %1 FROM results WHERE id > ?").arg(columns.join(','));
+    const auto bound = [&](const QString& condition, qint64 value) {
+        if (value > 0)
+            sql += condition.arg(value);
+    };
+    bound(QStringLiteral(" AND receivedAt >= %1"), query.fromMs);
+    bound(QStringLiteral(" AND receivedAt <= %1"), query.toMs);
+    bound(QStringLiteral(" AND id < %1"), query.beforeId);
+    bound(QStringLiteral(" AND progId = %1"), query.progId);
+    if (!query.status.isEmpty()) {
+        sql += QStringLiteral(" AND status = ? COLLATE NOCASE");
+        binds << query.status;
+    }
+    if (!query.identifier.isEmpty()) {
+        QStringList parts;
+        for (const QString& key : DResultRecord::identifierKeys()) {
+            parts << key + QStringLiteral(" = ?");
+            binds << query.identifier;
+        }
+        sql += QStringLiteral(" AND (%1)").arg(parts.isEmpty() ? QStringLiteral("0") : parts.join(QStringLiteral(" OR ")));
+    }
+    sql += query.newestFirst ? QStringLiteral(" ORDER BY id DESC") : QStringLiteral(" ORDER BY id");
+    bound(QStringLiteral(" LIMIT %1"), query.limit);
     QSqlQuery rows(QSqlDatabase::database(m_connection, false));
     rows.setForwardOnly(true);
     rows.prepare(sql);
-    rows.addBindValue(query.sinceId);
+    for (const QVariant& value : binds)
+        rows.addBindValue(value);
     if (!rows.exec()) {
         *error = fail(QStringLiteral("cannot read"), rows);
         return false;
     }
+    const int receivedAt = columns.indexOf(QStringLiteral("receivedAt"));
     QVariantList values;
     while (rows.next()) {
-        valuesOf(rows, &values);
+        valuesOf(rows, columns.size(), receivedAt, &values);
         if (!each(values))
             break;
     }
@@ -292,12 +316,12 @@ QString DResultJournal::fail(const QString& what, const QSqlQuery& query) const
     return QStringLiteral("journal %1: %2: %3").arg(m_path, what, query.lastError().text());
 }
 
-void DResultJournal::valuesOf(const QSqlQuery& query, QVariantList* values)
+void DResultJournal::valuesOf(const QSqlQuery& query, int count, int receivedAt, QVariantList* values)
 {
-    const int count = DResultRecord::journalKeys().size();
     values->clear();
     values->reserve(count);
     for (int i = 0; i < count; ++i)
         values->append(query.value(i));
-    (*values)[1] = isoUtc(values->at(1).toLongLong());  // receivedAt
+    if (receivedAt >= 0)
+        (*values)[receivedAt] = isoUtc(values->at(receivedAt).toLongLong());
 }
