@@ -46,7 +46,12 @@ DWebServer::DWebServer(const DStationConfig& config, DResultJournal* journal, QO
     connect(&m_retry, &QTimer::timeout, this, &DWebServer::listen);
 }
 
-DWebServer::~DWebServer() { stop(); }
+DWebServer::~DWebServer()
+{
+    stop();
+    if (m_thread.joinable())
+        m_thread.join();
+}
 
 QString DWebServer::staticFolder()
 {
@@ -65,9 +70,6 @@ void DWebServer::stop()
     m_feed.close();
     if (m_server)
         m_server->stop();
-    if (m_thread.joinable())
-        m_thread.join();
-    m_server.reset();
 }
 
 void DWebServer::listen()

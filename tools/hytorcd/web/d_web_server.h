@@ -33,7 +33,7 @@ public:
     DWebFeed* feed() { return &m_feed; }
     // Listens as configured (nothing with http-port 0); a port taken is said once and tried again every 10 s.
     void start();
-    // Ends every stream and request, then the server's threads.
+    // Ends every stream and stops listening at once; the server's threads end by the destructor.
     void stop();
 
     // The pages' folder: web/ beside the program's bin/ (the build tree's and the package's).
