@@ -133,7 +133,10 @@ async function spcPage(browser, base, program) {
   await page.setViewport(c_viewport);
   await page.goto(`${base}/spc.html?program=${program}`);
   await page.waitForFunction((p) => document.body.dataset.shown === String(p), {}, program);
-  const api = await (await fetch(`${base}/api/spc?program=${program}`)).json();
+  const text = await (await fetch(`${base}/api/spc?program=${program}`)).text();
+  const cli = spawnSync(path.join(bin, 'hytorc'), ['spc', '--journal', journal, '--program', String(program), '--format', 'json']);
+  assert.strictEqual(cli.stdout.toString(), text, 'hytorc spc and /api/spc differ');
+  const api = JSON.parse(text);
   const rows = (await (await fetch(`${base}/api/results.jsonl?program=${program}`)).text())
     .trim().split('\n').map((line) => JSON.parse(line));
   const expected = expectedSpc(rows);
