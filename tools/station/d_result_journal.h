@@ -30,6 +30,20 @@ public:
         QString identifier;      // any identifier part, where the journal keeps them
     };
 
+    // A row straight from SQLite, valid only inside the call: a statistic over a million rows reads
+    // numbers and short texts without Qt's copy of every value.
+    class DRawRow
+    {
+    public:
+        qint64 integer(int column) const;
+        double number(int column) const;  // NaN for NULL
+        QLatin1String text(int column) const;
+
+    private:
+        friend class DResultJournal;
+        void* m_statement = nullptr;
+    };
+
     explicit DResultJournal(QObject* parent = nullptr);
     ~DResultJournal() override;
 
@@ -61,6 +75,10 @@ public:
     bool forEachValues(const DQuery& query, const QStringList& columns,
                        const std::function<bool(const QVariantList&)>& each, QString* error) const;
 
+    // The same as raw rows.
+    bool forEachRaw(const DQuery& query, const QStringList& columns, const std::function<bool(const DRawRow&)>& each,
+                    QString* error) const;
+
     // Small values of the station's parts kept with the results (as the last id a broker acknowledged).
     QString state(const QString& key) const;
     bool setState(const QString& key, const QString& value, QString* error);
@@ -77,6 +95,8 @@ signals:
 
 private:
     bool exec(const QString& statement, QString* error) const;
+    // The SELECT of `columns` for `query`, and the values its marks take.
+    static QString select(const DQuery& query, const QStringList& columns, QVariantList* binds);
     bool migrate(QString* error);
     bool check(QString* error) const;
     QString fail(const QString& what, const QSqlQuery& query) const;

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
 constexpr int c_runPoints = 1000;
+constexpr double c_none = std::numeric_limits<double>::quiet_NaN();  // a limit not set
 constexpr int c_maxBins = 30;
 const QStringList c_goodStatus{QStringLiteral("PASSED"), QStringLiteral("OK")};
 
@@ -17,11 +19,13 @@ void appendNumber(QByteArray* out, const char* key, const std::optional<double>&
     out->append(value ? QByteArray::number(*value, 'g', 12) : QByteArray("null"));
 }
 
-std::optional<double> limit(const QVariant& value)
+double limit(const QVariantList& row, int column)
 {
-    return value.isNull() || !value.isValid() || value.toString().isEmpty() ? std::nullopt
-                                                                           : std::optional<double>(value.toDouble());
+    const QVariant value = row.value(column);
+    return value.isNull() || value.toString().isEmpty() ? c_none : value.toDouble();
 }
+
+std::optional<double> unlessNan(double value) { return std::isnan(value) ? std::nullopt : std::optional<double>(value); }
 
 } // namespace
 
@@ -41,12 +45,16 @@ bool DSpc::fromJournal(const DResultJournal& journal, const DResultJournal::DQue
 {
     if (query.progId > 0)
         programs->insert(query.progId, DSpc(query.progId));
-    return journal.forEachValues(query, QStringList(QStringLiteral("progId")) + keys(), [&](const QVariantList& row) {
-        const int program = row.first().toInt();
-        auto it = programs->find(program);
-        if (it == programs->end())
-            it = programs->insert(program, DSpc(program));
-        it->add(row.mid(1));
+    const bool limits = keys().size() > 4;
+    DSpc* last = nullptr;
+    return journal.forEachRaw(query, QStringList(QStringLiteral("progId")) + keys(), [&](const DResultJournal::DRawRow& row) {
+        const int program = int(row.integer(0));
+        if (!last || last->m_program != program) {
+            auto it = programs->find(program);
+            last = &*(it != programs->end() ? it : programs->insert(program, DSpc(program)));
+        }
+        last->add(row.integer(1), row.number(2), row.text(3), row.text(4), limits ? row.number(5) : c_none,
+                  limits ? row.number(6) : c_none);
         return true;
     }, error);
 }
@@ -58,16 +66,30 @@ DSpc::DSpc(int program)
 
 void DSpc::add(const QVariantList& row)
 {
-    const double torque = DResultRecord::newtonMetres(row.at(1).toDouble(), row.at(2).toString());
-    m_ids.push_back(row.at(0).toLongLong());
+    add(row.at(0).toLongLong(), row.at(1).toDouble(), QLatin1String(row.at(2).toString().toLatin1()),
+        QLatin1String(row.at(3).toString().toLatin1()), limit(row, 4), limit(row, 5));
+}
+
+void DSpc::add(qint64 id, double convertedTorque, QLatin1String unit, QLatin1String status, double lsl, double usl)
+{
+    if (unit != QLatin1String(m_unit)) {
+        m_unit = QByteArray(unit.data(), unit.size());
+        m_factor = DResultRecord::newtonMetres(1, unit);
+    }
+    const double torque = convertedTorque * m_factor;
+    m_ids.push_back(id);
     m_values.push_back(torque);
     const double delta = torque - m_mean;
     m_mean += delta / double(m_values.size());
     m_squares += delta * (torque - m_mean);
-    m_nok += c_goodStatus.contains(row.at(3).toString().trimmed(), Qt::CaseInsensitive) ? 0 : 1;
-    if (row.size() > 5 && (limit(row.at(4)) || limit(row.at(5)))) {
-        m_lsl = limit(row.at(4));
-        m_usl = limit(row.at(5));
+    if (status != QLatin1String(m_status)) {
+        m_status = QByteArray(status.data(), status.size());
+        m_good = c_goodStatus.contains(QString(status.trimmed()), Qt::CaseInsensitive);
+    }
+    m_nok += m_good ? 0 : 1;
+    if (!std::isnan(lsl) || !std::isnan(usl)) {
+        m_lsl = unlessNan(lsl);
+        m_usl = unlessNan(usl);
     }
 }
 

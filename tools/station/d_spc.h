@@ -35,6 +35,8 @@ public:
     explicit DSpc(int program = 0);
     // One row: the values of keys() in order.
     void add(const QVariantList& row);
+    // The same, field by field: the torque as the journal keeps it (x 100, in `unit`), limits NaN when not set.
+    void add(qint64 id, double convertedTorque, QLatin1String unit, QLatin1String status, double lsl, double usl);
     DFigures figures() const;
     // The figures as one JSON object; with `charts`, also "run" (the last points: id and torque)
     // and "histogram" (from, width, counts) for the page's charts.
@@ -50,6 +52,10 @@ private:
     std::vector<double> m_values;
     std::vector<qint64> m_ids;
     std::optional<double> m_lsl, m_usl;
+    QByteArray m_unit;  // the last unit seen and its factor to N·m: units seldom change from row to row
+    double m_factor = 0.01;
+    QByteArray m_status;  // likewise the last status word and whether it is a good one
+    bool m_good = false;
 };
 
 #endif // D_SPC_H
