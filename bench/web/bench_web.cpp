@@ -43,15 +43,6 @@ double wallMs()
     return double(now.tv_sec) * 1e3 + now.tv_nsec / 1e6;
 }
 
-bool spinUntil(const std::function<bool()>& done, int ms)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 5);
-    return done();
-}
-
 double percentile(std::vector<double> values, double share)
 {
     if (values.empty())
@@ -115,7 +106,7 @@ struct DStation {
             QStringList{"--device", tool.linkPath(), "--journal", journal, "--station", "B1", "--op-port", "0",
                         "--http-port", QString::number(port)},
             QProcessEnvironment::systemEnvironment(), "hytorcd");
-        ready = spinUntil([this] { return daemon->count("listening") > 0; }, 20000) && (!million || fill(journal));
+        ready = QTest::qWaitFor([this] { return daemon->count("listening") > 0; }, 20000) && (!million || fill(journal));
     }
 
     QTemporaryDir dir;
@@ -167,7 +158,7 @@ std::vector<std::unique_ptr<DStream>> openStreams(quint16 port, int count)
     std::vector<std::unique_ptr<DStream>> streams;
     for (int i = 0; i < count; ++i)
         streams.push_back(std::make_unique<DStream>(port));
-    spinUntil([&] { return std::all_of(streams.cbegin(), streams.cend(), [](const auto& s) { return s->open; }); }, 5000);
+    (void)QTest::qWaitFor([&] { return std::all_of(streams.cbegin(), streams.cend(), [](const auto& s) { return s->open; }); }, 5000);
     return streams;
 }
 
@@ -210,7 +201,7 @@ void BM_EventsAtLinkCapacity(benchmark::State& state)
         return;
     }
     for (auto _ : state)
-        spinUntil([] { return false; }, seconds * 1000);
+        QTest::qWait(seconds * 1000);
     std::vector<double> all;
     for (const auto& stream : streams)
         all.insert(all.end(), stream->latenciesMs.cbegin(), stream->latenciesMs.cend());
@@ -238,10 +229,10 @@ void BM_ReportToCommit(benchmark::State& state)
             const double told = wallMs();
             station.tool.say("event");
             QByteArray row;
-            spinUntil([&] { return (row = get(station.port, "/api/results?order=newest&limit=1")).contains("\"id\":" + QByteArray::number(round) + ','); }, 5000);
+            (void)QTest::qWaitFor([&] { return (row = get(station.port, "/api/results?order=newest&limit=1")).contains("\"id\":" + QByteArray::number(round) + ','); }, 5000);
             const QJsonObject result = QJsonDocument::fromJson(row).object().value("rows").toArray().first().toObject();
             commitMs.push_back(QDateTime::fromString(result.value("receivedAt").toString(), Qt::ISODateWithMs).toMSecsSinceEpoch() - told);
-            if (clients && spinUntil([&] { return streams.back()->arrivals.contains(round); }, 5000))
+            if (clients && QTest::qWaitFor([&] { return streams.back()->arrivals.contains(round); }, 5000))
                 eventMs.push_back(streams.back()->arrivals.value(round) - told);
         }
     }

@@ -75,7 +75,7 @@ void TestWebApi::spc()
 QByteArray TestWebApi::get(const QString& path, int* status)
 {
     QNetworkReply* reply = m_network.get(QNetworkRequest(QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path))));
-    QTest::qWaitFor([reply] { return reply->isFinished(); }, 10000);
+    (void)QTest::qWaitFor([reply] { return reply->isFinished(); }, 10000);
     *status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const QByteArray body = reply->readAll();
     reply->deleteLater();
