@@ -78,8 +78,12 @@ void DWebServer::listen()
     server->new_task_queue = [] { return new httplib::ThreadPool(c_threads); };
     m_api = std::make_unique<DWebApi>(m_journalPath, &m_feed);
     m_api->route(server.get());
-    server->set_mount_point("/", staticFolder().toStdString());
-    server->set_mount_point("/javascript/chart.js", c_chartJs.toStdString());
+    if (!server->set_mount_point("/", staticFolder().toStdString()) && !m_failing)
+        DMessageHandler::say(QStringLiteral("web: the pages are not in %1: reinstall the package (the API still answers)")
+                                 .arg(staticFolder()));
+    if (!server->set_mount_point("/javascript/chart.js", c_chartJs.toStdString()) && !m_failing)
+        DMessageHandler::say(QStringLiteral("web: Chart.js is not in %1: install libjs-chart.js (the SPC page draws no "
+                                            "charts without it)").arg(c_chartJs));
     server->set_error_handler([](const httplib::Request& request, httplib::Response& response) {
         if (response.body.empty() && response.status == 404)
             response.set_content("{\"error\":\"no such page: " + request.path + "\"}\n", "application/json");
