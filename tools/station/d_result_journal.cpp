@@ -14,7 +14,7 @@
 
 #include <sqlite3.h>
 
-#include <cmath>
+#include <limits>
 #include <cstdio>
 #include <ctime>
 #include <unistd.h>
@@ -290,7 +290,9 @@ qint64 DResultJournal::DRawRow::integer(int column) const
 double DResultJournal::DRawRow::number(int column) const
 {
     auto* statement = static_cast<sqlite3_stmt*>(m_statement);
-    return sqlite3_column_type(statement, column) == SQLITE_NULL ? std::nan("") : sqlite3_column_double(statement, column);
+    const int type = sqlite3_column_type(statement, column);
+    const bool none = type == SQLITE_NULL || (type == SQLITE_TEXT && sqlite3_column_bytes(statement, column) == 0);
+    return none ? std::numeric_limits<double>::quiet_NaN() : sqlite3_column_double(statement, column);
 }
 
 QLatin1String DResultJournal::DRawRow::text(int column) const

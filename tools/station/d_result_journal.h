@@ -36,7 +36,7 @@ public:
     {
     public:
         qint64 integer(int column) const;
-        double number(int column) const;  // NaN for NULL
+        double number(int column) const;  // NaN for NULL or an empty text
         QLatin1String text(int column) const;
 
     private:
