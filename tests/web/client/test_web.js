@@ -119,11 +119,12 @@ async function resultsPage(browser, base) {
   await page.click('#csv');
   const file = path.join(downloads, 'results.csv');
   await until('the download', () => fs.existsSync(file) && fs.readFileSync(file).length > 0);
-  const cli = spawnSync(path.join(bin, 'hytorc'), ['results', '--journal', journal, '--program', '11', '--status', 'passed',
-    '--format', 'csv']);
-  assert.strictEqual(cli.status, 0, String(cli.stderr));
-  assert.ok(fs.readFileSync(file).equals(cli.stdout), 'the download differs from hytorc results');
-  assert.strictEqual(cli.stdout.toString().trim().split('\n').length, 4);  // header and 3 rows
+  const exported = (format) => spawnSync(path.join(bin, 'hytorc'), ['results', '--journal', journal, '--program', '11',
+    '--status', 'passed', '--format', format]).stdout;
+  assert.ok(fs.readFileSync(file).equals(exported('csv')), 'the CSV download differs from hytorc results');
+  assert.strictEqual(exported('csv').toString().trim().split('\n').length, 4);  // header and 3 rows
+  const jsonl = await page.$eval('#jsonl', (a) => fetch(a.href).then((r) => r.text()));
+  assert.strictEqual(jsonl, exported('jsonl').toString(), 'the JSON-lines download differs from hytorc results');
   await page.screenshot({ path: path.join(shots, 'results.png') });
   await page.close();
 }
