@@ -8,8 +8,9 @@ packages=(
   qtbase5-dev qtdeclarative5-dev libqt5serialport5-dev
   qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts
   qttools5-dev-tools
-  libqt5sql5-sqlite
+  libqt5sql5-sqlite libsqlite3-dev
   libmosquitto-dev mosquitto mosquitto-clients openssl
+  libcpp-httplib-dev libjs-chart.js chromium
   libbenchmark-dev
   clang libclang-rt-dev
   bluez dbus
@@ -31,8 +32,11 @@ if [ ${#missing[@]} -gt 0 ]; then
   $SUDO apt-get install -y --no-install-recommends "${missing[@]}"
 fi
 
-# The Open Protocol client the end-to-end test drives, pinned by its lock file.
-client="$(cd "$(dirname "$0")/.." && pwd)/tests/open_protocol/client"
-if [ ! -d "$client/node_modules" ] || [ "$client/package-lock.json" -nt "$client/node_modules" ]; then
-  (cd "$client" && npm ci --no-audit --no-fund)
-fi
+# The Open Protocol client the end-to-end test drives, and puppeteer-core that drives Debian's
+# Chromium for the web page's test (it downloads no browser), pinned by their lock files.
+root="$(cd "$(dirname "$0")/.." && pwd)"
+for client in "$root/tests/open_protocol/client" "$root/tests/web/client"; do
+  if [ ! -d "$client/node_modules" ] || [ "$client/package-lock.json" -nt "$client/node_modules" ]; then
+    (cd "$client" && npm ci --no-audit --no-fund)
+  fi
+done

@@ -1,10 +1,10 @@
 #include "d_results_export.h"
 
 #include "d_message_handler.h"
+#include "d_result_filter.h"
 #include "d_result_record.h"
 
 #include <QCommandLineParser>
-#include <QDateTime>
 #include <QThread>
 
 #include <csignal>
@@ -22,16 +22,6 @@ bool outputClosed()
 {
     pollfd output{STDOUT_FILENO, 0, 0};
     return ::poll(&output, 1, 0) == 1 && (output.revents & (POLLERR | POLLHUP)) != 0;
-}
-
-// ISO 8601 ("2026-11-23T08:00:00Z", "2026-11-23 08:00"); local time when no zone is given.
-bool parseTime(const QString& text, qint64* ms)
-{
-    QDateTime time = QDateTime::fromString(QString(text).replace(QLatin1Char(' '), QLatin1Char('T')), Qt::ISODateWithMs);
-    if (!time.isValid())
-        return false;
-    *ms = time.toMSecsSinceEpoch();
-    return true;
 }
 
 } // namespace
@@ -75,13 +65,17 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Prints the results that hytorcd journaled, one JSON object per line or CSV with a header row.\n\n"
-        "  hytorc results [--journal FILE] [--since ID] [--from TIME] [--to TIME] [--format jsonl|csv] [--follow]"));
+        "  hytorc results [--journal FILE] [--since ID] [--from TIME] [--to TIME] [--program N] [--status WORD]\n"
+        "                 [--identifier TEXT] [--format jsonl|csv] [--follow]"));
     const QCommandLineOption help = parser.addHelpOption();
     parser.addOptions({
         {"journal", QStringLiteral("The journal (default: %1).").arg(DResultJournal::defaultPath()), "file"},
         {"since", "Only results with a tightening id above this one.", "id"},
         {"from", "Only results received at or after this time (ISO 8601; local time without a zone).", "time"},
         {"to", "Only results received at or before this time.", "time"},
+        {"program", "Only results of this program (progId).", "id"},
+        {"status", "Only results of this status (PASSED, FAILED, ...; case ignored).", "word"},
+        {"identifier", "Only results of this part: any of its identifiers.", "text"},
         {"format", "jsonl (default) or csv.", "format"},
         {"follow", "Keep printing new results as the service commits them, until interrupted."},
     });
@@ -95,20 +89,11 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         return false;
     }
     m_journalPath = parser.isSet("journal") ? parser.value("journal") : DResultJournal::defaultPath();
-    bool ok = true;
-    if (parser.isSet("since"))
-        m_query.sinceId = parser.value("since").toLongLong(&ok);
-    if (!ok || m_query.sinceId < 0) {
-        *message = QStringLiteral("--since takes a tightening id (0 or more), not \"%1\"").arg(parser.value("since"));
+    const DResultFilter::DOptions filters{
+        {"since", DResultFilter::CeAfter},    {"from", DResultFilter::CeFrom},     {"to", DResultFilter::CeTo},
+        {"program", DResultFilter::CeProgram}, {"status", DResultFilter::CeStatus}, {"identifier", DResultFilter::CeIdentifier}};
+    if (!DResultFilter::fromOptions(parser, filters, &m_query, message))
         return false;
-    }
-    for (const char* bound : {"from", "to"}) {
-        if (parser.isSet(bound) && !parseTime(parser.value(bound), bound[0] == 'f' ? &m_query.fromMs : &m_query.toMs)) {
-            *message = QStringLiteral("--%1 takes a time as 2026-11-23T08:00:00 (Z or +01:00 for a zone), not \"%2\"")
-                           .arg(QLatin1String(bound), parser.value(bound));
-            return false;
-        }
-    }
     const QString format = parser.value("format");
     if (!format.isEmpty() && format != QLatin1String("jsonl") && format != QLatin1String("csv")) {
         *message = QStringLiteral("--format takes jsonl or csv, not \"%1\"").arg(format);
@@ -124,9 +109,8 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
 bool DResultsExport::printNewRows(const DResultJournal& journal, QString* error)
 {
     bool written = true;
-    const QStringList& keys = DResultRecord::journalKeys();
     const bool read = journal.forEachValues(m_query, [&](const QVariantList& row) {
-               const QByteArray line = (m_csv ? DResultRecord::csvLine(row) : DResultRecord::jsonLine(row, keys)) + '\n';
+               const QByteArray line = DResultRecord::exportLine(row, m_csv);
                written = std::fwrite(line.constData(), 1, size_t(line.size()), stdout) == size_t(line.size());
                m_query.sinceId = row.first().toLongLong();
                return written;

@@ -3,6 +3,7 @@
 #include "d_command_line.h"
 #include "d_message_handler.h"
 #include "d_results_export.h"
+#include "d_spc_report.h"
 #include "d_descendant_processes.h"
 #include "d_signal_watcher.h"
 
@@ -15,13 +16,16 @@ int main(int argc, char* argv[])
 {
     // The journal's export reads and prints only: a closed pipe or Ctrl-C simply ends it.
     const bool results = argc > 1 && std::strcmp(argv[1], "results") == 0;
-    if (!results)
+    const bool spc = argc > 1 && std::strcmp(argv[1], "spc") == 0;
+    if (!results && !spc)
         DSignalWatcher::blockTerminationSignals();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("hytorc"));
     QCoreApplication::setApplicationVersion(QStringLiteral(HYTORC_VERSION));
     if (results)
         return DResultsExport().run(QCoreApplication::arguments().mid(1));
+    if (spc)
+        return DSpcReport().run(QCoreApplication::arguments().mid(1));
     DCommandLine commandLine;
     QString message;
     if (!commandLine.parse(QCoreApplication::arguments(), &message)) {

@@ -42,3 +42,5 @@ void DMqttReporter::stop()
     m_link->close(c_closeGraceMs);
     m_publisher->store();
 }
+
+bool DMqttReporter::isConnected() const { return m_link && m_link->isConnected(); }

@@ -25,6 +25,8 @@ public:
     bool start(const DStationConfig& config, QString* error);
     // The offline status and a clean disconnect (waiting 1 s at most), the watermark stored.
     void stop();
+    // Whether the broker is connected now.
+    bool isConnected() const;
 
 private:
     DResultJournal* m_journal;

@@ -44,6 +44,7 @@ public:
     const DOpLayouts& layouts() const { return m_layouts; }
     int idleMs() const { return m_idleMs; }
     int ackTimeoutMs() const { return m_ackTimeoutMs; }
+    int clientCount() const { return int(m_sessions.size()); }
     // The 0061 data of the journal's row `id`, empty when the journal has none; the last one is
     // kept, as every subscriber asks for the same.
     QByteArray lastResultData(qint64 id);

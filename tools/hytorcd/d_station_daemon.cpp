@@ -9,6 +9,8 @@
 #include "d_simulator_process.h"
 #include "d_station_part.h"
 #include "d_station_service.h"
+#include "d_web_server.h"
+#include "d_web_status.h"
 #include "d_workstation.h"
 
 #include <QCoreApplication>
@@ -24,6 +26,8 @@ DStationDaemon::DStationDaemon(QObject* parent)
 // The parts that pass results on go before the service they ask.
 DStationDaemon::~DStationDaemon()
 {
+    delete m_webStatus;
+    delete m_web;
     delete m_opServer;
     delete m_mqtt;
     delete m_service;
@@ -33,7 +37,7 @@ DStationDaemon::~DStationDaemon()
 
 QList<DStationConfig::DKey> DStationDaemon::configKeys()
 {
-    return DStationService::configKeys() + DMqttReporter::configKeys() + DOpServer::configKeys();
+    return DStationService::configKeys() + DMqttReporter::configKeys() + DOpServer::configKeys() + DWebServer::configKeys();
 }
 
 int DStationDaemon::run(const QStringList& arguments)
@@ -104,6 +108,11 @@ bool DStationDaemon::setUp(QString* error, int* status)
     }
     m_opServer = new DOpServer(m_config, m_service, m_part, m_journal, this);
     m_opServer->start();
+    m_web = new DWebServer(m_config, m_journal, this);
+    connect(m_journal, &DResultJournal::sigCommitted, this, [this](qint64 id) { m_web->feed()->committed(id); });
+    m_webStatus = new DWebStatus(m_web->feed(), m_service, m_part, m_journal, this);
+    m_webStatus->setLinks(m_opServer, m_mqtt);
+    m_web->start();
     m_service->start(device, bluetooth);
     return true;
 }
@@ -119,6 +128,7 @@ void DStationDaemon::onTerminate()
     if (m_mqtt)
         m_mqtt->stop();
     m_opServer->stop();
+    m_web->stop();
     m_service->stop([this] {
         m_journal->close();
         QCoreApplication::exit(CeExitSuccess);

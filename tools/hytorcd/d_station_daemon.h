@@ -12,6 +12,8 @@ class DSignalWatcher;
 class DSimulatorProcess;
 class DStationPart;
 class DStationService;
+class DWebServer;
+class DWebStatus;
 class DWorkstation;
 
 // hytorcd's whole life: its settings, the journal, the plug-ins, the tool's service and the
@@ -45,6 +47,8 @@ private:
     bool m_stopping = false;
     DMqttReporter* m_mqtt = nullptr;
     DStationPart* m_part = nullptr;
+    DWebServer* m_web = nullptr;
+    DWebStatus* m_webStatus = nullptr;
 };
 
 #endif // D_STATION_DAEMON_H

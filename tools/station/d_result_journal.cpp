@@ -6,11 +6,15 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSqlDatabase>
+#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlRecord>
 #include <QStandardPaths>
 #include <QUuid>
 
+#include <sqlite3.h>
+
+#include <limits>
 #include <cstdio>
 #include <ctime>
 #include <unistd.h>
@@ -192,29 +196,110 @@ bool DResultJournal::forEach(const DQuery& query, const std::function<bool(const
 bool DResultJournal::forEachValues(const DQuery& query, const std::function<bool(const QVariantList&)>& each,
                                    QString* error) const
 {
-    QString sql = QStringLiteral("SELECT %1 FROM results WHERE id > ?").arg(DResultRecord::journalKeys().join(','));
-    if (query.fromMs > 0)
-        sql += QStringLiteral(" AND receivedAt >= %1").arg(query.fromMs);
-    if (query.toMs > 0)
-        sql += QStringLiteral(" AND receivedAt <= %1").arg(query.toMs);
-    sql += QStringLiteral(" ORDER BY id");
-    if (query.limit > 0)
-        sql += QStringLiteral(" LIMIT %1").arg(query.limit);
+    return forEachValues(query, DResultRecord::journalKeys(), each, error);
+}
+
+bool DResultJournal::forEachValues(const DQuery& query, const QStringList& columns,
+                                   const std::function<bool(const QVariantList&)>& each, QString* error) const
+{
+    QVariantList binds;
+    const QString sql = select(query, columns, &binds);
     QSqlQuery rows(QSqlDatabase::database(m_connection, false));
     rows.setForwardOnly(true);
     rows.prepare(sql);
-    rows.addBindValue(query.sinceId);
+    for (const QVariant& value : binds)
+        rows.addBindValue(value);
     if (!rows.exec()) {
         *error = fail(QStringLiteral("cannot read"), rows);
         return false;
     }
+    const int receivedAt = columns.indexOf(QStringLiteral("receivedAt"));
     QVariantList values;
     while (rows.next()) {
-        valuesOf(rows, &values);
+        valuesOf(rows, columns.size(), receivedAt, &values);
         if (!each(values))
             break;
     }
     return true;
+}
+
+QString DResultJournal::select(const DQuery& query, const QStringList& columns, QVariantList* binds)
+{
+    *binds = {query.sinceId};
+    QString sql = QStringLiteral("SELECT %1 FROM results WHERE id > ?").arg(columns.join(','));
+    const auto bound = [&](const QString& condition, qint64 value) {
+        if (value > 0)
+            sql += condition.arg(value);
+    };
+    bound(QStringLiteral(" AND receivedAt >= %1"), query.fromMs);
+    bound(QStringLiteral(" AND receivedAt <= %1"), query.toMs);
+    bound(QStringLiteral(" AND id < %1"), query.beforeId);
+    bound(QStringLiteral(" AND progId = %1"), query.progId);
+    if (!query.status.isEmpty()) {
+        sql += QStringLiteral(" AND status = ? COLLATE NOCASE");
+        *binds << query.status;
+    }
+    if (!query.identifier.isEmpty()) {
+        QStringList parts;
+        for (const QString& key : DResultRecord::identifierKeys()) {
+            parts << key + QStringLiteral(" = ?");
+            *binds << query.identifier;
+        }
+        sql += QStringLiteral(" AND (%1)").arg(parts.isEmpty() ? QStringLiteral("0") : parts.join(QStringLiteral(" OR ")));
+    }
+    sql += query.newestFirst ? QStringLiteral(" ORDER BY id DESC") : QStringLiteral(" ORDER BY id");
+    bound(QStringLiteral(" LIMIT %1"), query.limit);
+    return sql;
+}
+
+bool DResultJournal::forEachRaw(const DQuery& query, const QStringList& columns,
+                                const std::function<bool(const DRawRow&)>& each, QString* error) const
+{
+    QVariantList binds;
+    const QByteArray sql = select(query, columns, &binds).toUtf8();
+    const QVariant handle = QSqlDatabase::database(m_connection, false).driver()->handle();
+    sqlite3* db = handle.isValid() && qstrcmp(handle.typeName(), "sqlite3*") == 0 ? *static_cast<sqlite3* const*>(handle.data()) : nullptr;
+    sqlite3_stmt* statement = nullptr;
+    if (!db || sqlite3_prepare_v2(db, sql.constData(), int(sql.size()), &statement, nullptr) != SQLITE_OK) {
+        *error = QStringLiteral("journal %1: cannot read: %2").arg(m_path, db ? QString::fromUtf8(sqlite3_errmsg(db)) : QStringLiteral("not open"));
+        return false;
+    }
+    for (int i = 0; i < binds.size(); ++i) {
+        if (binds.at(i).userType() == QMetaType::QString)
+            sqlite3_bind_text(statement, i + 1, binds.at(i).toString().toUtf8().constData(), -1, SQLITE_TRANSIENT);
+        else
+            sqlite3_bind_int64(statement, i + 1, binds.at(i).toLongLong());
+    }
+    DRawRow row;
+    row.m_statement = statement;
+    int step = SQLITE_ROW;
+    while ((step = sqlite3_step(statement)) == SQLITE_ROW && each(row)) {
+    }
+    sqlite3_finalize(statement);
+    if (step == SQLITE_ROW || step == SQLITE_DONE)
+        return true;
+    *error = QStringLiteral("journal %1: cannot read: %2").arg(m_path, QString::fromUtf8(sqlite3_errstr(step)));
+    return false;
+}
+
+qint64 DResultJournal::DRawRow::integer(int column) const
+{
+    return sqlite3_column_int64(static_cast<sqlite3_stmt*>(m_statement), column);
+}
+
+double DResultJournal::DRawRow::number(int column) const
+{
+    auto* statement = static_cast<sqlite3_stmt*>(m_statement);
+    const int type = sqlite3_column_type(statement, column);
+    const bool none = type == SQLITE_NULL || (type == SQLITE_TEXT && sqlite3_column_bytes(statement, column) == 0);
+    return none ? std::numeric_limits<double>::quiet_NaN() : sqlite3_column_double(statement, column);
+}
+
+QLatin1String DResultJournal::DRawRow::text(int column) const
+{
+    auto* statement = static_cast<sqlite3_stmt*>(m_statement);
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+    return QLatin1String(text, text ? sqlite3_column_bytes(statement, column) : 0);
 }
 
 QString DResultJournal::state(const QString& key) const
@@ -292,12 +377,12 @@ QString DResultJournal::fail(const QString& what, const QSqlQuery& query) const
     return QStringLiteral("journal %1: %2: %3").arg(m_path, what, query.lastError().text());
 }
 
-void DResultJournal::valuesOf(const QSqlQuery& query, QVariantList* values)
+void DResultJournal::valuesOf(const QSqlQuery& query, int count, int receivedAt, QVariantList* values)
 {
-    const int count = DResultRecord::journalKeys().size();
     values->clear();
     values->reserve(count);
     for (int i = 0; i < count; ++i)
         values->append(query.value(i));
-    (*values)[1] = isoUtc(values->at(1).toLongLong());  // receivedAt
+    if (receivedAt >= 0)
+        (*values)[receivedAt] = isoUtc(values->at(receivedAt).toLongLong());
 }

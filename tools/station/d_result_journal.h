@@ -17,12 +17,31 @@ class DResultJournal : public QObject
     Q_OBJECT
 public:
     enum EnMode { CeWriter, CeReader };
-    // Rows by id and by the time they were received (UTC ms since the epoch); 0 = no bound.
+    // Rows by id and by the time they were received (UTC ms since the epoch); 0 or empty = no bound.
     struct DQuery {
         qint64 sinceId = 0;  // rows with an id above this one
         qint64 fromMs = 0;
         qint64 toMs = 0;
         qint64 limit = 0;
+        qint64 beforeId = 0;     // rows with an id below this one
+        bool newestFirst = false;
+        int progId = 0;
+        QString status;          // the tool's word, case ignored
+        QString identifier;      // any identifier part, where the journal keeps them
+    };
+
+    // A row straight from SQLite, valid only inside the call: a statistic over a million rows reads
+    // numbers and short texts without Qt's copy of every value.
+    class DRawRow
+    {
+    public:
+        qint64 integer(int column) const;
+        double number(int column) const;  // NaN for NULL or an empty text
+        QLatin1String text(int column) const;
+
+    private:
+        friend class DResultJournal;
+        void* m_statement = nullptr;
     };
 
     explicit DResultJournal(QObject* parent = nullptr);
@@ -52,6 +71,13 @@ public:
     // The same with a row's values in the order of DResultRecord::journalKeys(): an export's fast road.
     bool forEachValues(const DQuery& query, const std::function<bool(const QVariantList&)>& each,
                        QString* error) const;
+    // The same with the values of `columns` (journal keys) only: a reader of a few columns over many rows.
+    bool forEachValues(const DQuery& query, const QStringList& columns,
+                       const std::function<bool(const QVariantList&)>& each, QString* error) const;
+
+    // The same as raw rows.
+    bool forEachRaw(const DQuery& query, const QStringList& columns, const std::function<bool(const DRawRow&)>& each,
+                    QString* error) const;
 
     // Small values of the station's parts kept with the results (as the last id a broker acknowledged).
     QString state(const QString& key) const;
@@ -69,10 +95,12 @@ signals:
 
 private:
     bool exec(const QString& statement, QString* error) const;
+    // The SELECT of `columns` for `query`, and the values its marks take.
+    static QString select(const DQuery& query, const QStringList& columns, QVariantList* binds);
     bool migrate(QString* error);
     bool check(QString* error) const;
     QString fail(const QString& what, const QSqlQuery& query) const;
-    static void valuesOf(const QSqlQuery& query, QVariantList* values);
+    static void valuesOf(const QSqlQuery& query, int count, int receivedAt, QVariantList* values);
 
     QString m_connection;
     QString m_path;

@@ -88,6 +88,16 @@ const QStringList& DResultRecord::journalKeys()
     return keys;
 }
 
+QStringList DResultRecord::identifierKeys()
+{
+    QStringList keys;
+    for (const QString& key : journalKeys()) {
+        if (key.startsWith(QLatin1String("identifier")))
+            keys << key;
+    }
+    return keys;
+}
+
 bool DResultRecord::isNumeric(const QString& key)
 {
     static const QSet<QString> numeric{"duration", "convertedTorque", "progId", "eventCountNo"};
@@ -138,3 +148,16 @@ QByteArray DResultRecord::csvLine(const QVariantList& values)
 }
 
 QByteArray DResultRecord::csvHeader(const QStringList& keys) { return csvJoin(keys); }
+
+QByteArray DResultRecord::exportLine(const QVariantList& row, bool csv)
+{
+    return (csv ? csvLine(row) : jsonLine(row, journalKeys())) + '\n';
+}
+
+double DResultRecord::newtonMetres(double convertedTorque, const QString& unit)
+{
+    constexpr double c_newtonMetresPerFootPound = 1.3558179483;
+    QString word = unit.trimmed().toUpper();
+    word.remove(QLatin1Char('.'));
+    return convertedTorque / 100.0 * (word == QLatin1String("FTLB") ? c_newtonMetresPerFootPound : 1.0);
+}

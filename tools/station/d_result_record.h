@@ -15,6 +15,8 @@ public:
     static const QStringList& eventKeys();
     // id, receivedAt, station, toolSerial, then the event keys: a journal row.
     static const QStringList& journalKeys();
+    // The identifier parts among the journal keys (identifier, identifier2, ...), where it keeps them.
+    static QStringList identifierKeys();
     // The event keys whose values are whole numbers.
     static bool isNumeric(const QString& key);
 
@@ -27,6 +29,11 @@ public:
     static QByteArray csvLine(const QVariantList& values);
     // The header row: the keys themselves.
     static QByteArray csvHeader(const QStringList& keys);
+    // One journal row (journalKeys() order) as an export writes it: a JSON or CSV line with its newline.
+    static QByteArray exportLine(const QVariantList& row, bool csv);
+
+    // A journal torque (the tool's value x 100 in `unit`, N.m or ft.lb) in N·m.
+    static double newtonMetres(double convertedTorque, const QString& unit);
 
 private:
     static QVariantList valuesOf(const QVariantMap& values, const QStringList& keys);

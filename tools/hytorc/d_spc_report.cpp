@@ -1,0 +1,96 @@
+#include "d_spc_report.h"
+
+#include "d_message_handler.h"
+#include "d_result_filter.h"
+#include "d_spc.h"
+
+#include <QCommandLineParser>
+
+#include <cstdio>
+
+namespace {
+
+// A figure in the table; "—" where it is undefined, never a made-up number.
+QString cell(const std::optional<double>& value, int decimals = 2)
+{
+    return value ? QString::number(*value, 'f', decimals) : QStringLiteral("—");
+}
+
+QString tableLine(const QStringList& cells)
+{
+    QStringList justified;
+    for (const QString& text : cells)
+        justified << text.rightJustified(9);
+    return justified.join(QLatin1Char(' ')) + QLatin1Char('\n');
+}
+
+} // namespace
+
+int DSpcReport::run(const QStringList& arguments)
+{
+    QString message;
+    bool helpShown = false;
+    if (!parse(arguments, &message, &helpShown)) {
+        std::fputs(qPrintable(helpShown ? message : QString()), stdout);
+        if (!helpShown)
+            DMessageHandler::say(message);
+        return helpShown ? CeExitSuccess : CeExitUsage;
+    }
+    DResultJournal journal;
+    QMap<int, DSpc> programs;
+    if (!journal.open(m_journalPath, DResultJournal::CeReader, &message)
+        || !DSpc::fromJournal(journal, m_query, &programs, &message)) {
+        DMessageHandler::say(message);
+        return CeExitFailure;
+    }
+    QString out = m_json ? QString() : tableLine({"program", "n", "mean", "stdev", "min", "max", "lsl", "usl", "target",
+                                                  "cp", "cpk", "nok %"});
+    for (const DSpc& spc : programs) {
+        const DSpc::DFigures f = spc.figures();
+        out += m_json ? QString::fromUtf8(spc.json(false)) + QLatin1Char('\n')
+                      : tableLine({QString::number(f.program), QString::number(f.n), cell(f.mean), cell(f.stdev, 3),
+                                   cell(f.min), cell(f.max), cell(f.lsl), cell(f.usl), cell(f.target), cell(f.cp),
+                                   cell(f.cpk), f.nokRate ? cell(*f.nokRate * 100, 1) : cell(f.nokRate)});
+    }
+    std::fputs(out.toUtf8().constData(), stdout);
+    return std::fflush(stdout) == 0 ? CeExitSuccess : CeExitFailure;
+}
+
+bool DSpcReport::parse(const QStringList& arguments, QString* message, bool* helpShown)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Prints each program's torque figures (N·m) over the results hytorcd journaled: n, mean, sample standard\n"
+        "deviation, min, max, the limits and target, Cp, Cpk and the NOK rate; \"—\" where a figure is undefined.\n\n"
+        "  hytorc spc [--journal FILE] [--program N] [--since TIME] [--until TIME] [--format table|json]"));
+    const QCommandLineOption help = parser.addHelpOption();
+    parser.addOptions({
+        {"journal", QStringLiteral("The journal (default: %1).").arg(DResultJournal::defaultPath()), "file"},
+        {"program", "Only this program (progId); its line is printed even without results.", "id"},
+        {"since", "Only results received at or after this time (ISO 8601; local time without a zone).", "time"},
+        {"until", "Only results received at or before this time.", "time"},
+        {"format", "table (default) or json (one object per program and line, as the web page's /api/spc).", "format"},
+    });
+    if (!parser.parse(arguments)) {
+        *message = parser.errorText() + QStringLiteral(" (try: hytorc spc --help)");
+        return false;
+    }
+    if (parser.isSet(help)) {
+        *helpShown = true;
+        *message = parser.helpText();
+        return false;
+    }
+    m_journalPath = parser.isSet("journal") ? parser.value("journal") : DResultJournal::defaultPath();
+    const DResultFilter::DOptions filters{
+        {"program", DResultFilter::CeProgram}, {"since", DResultFilter::CeFrom}, {"until", DResultFilter::CeTo}};
+    if (!DResultFilter::fromOptions(parser, filters, &m_query, message))
+        return false;
+    const QString format = parser.value("format");
+    if (!format.isEmpty() && format != QLatin1String("table") && format != QLatin1String("json")) {
+        *message = QStringLiteral("--format takes table or json, not \"%1\"").arg(format);
+        return false;
+    }
+    m_json = format == QLatin1String("json");
+    return parser.positionalArguments().isEmpty()
+        || (*message = QStringLiteral("spc takes no other words (try: hytorc spc --help)"), false);
+}

@@ -1,0 +1,26 @@
+#ifndef D_SPC_REPORT_H
+#define D_SPC_REPORT_H
+
+#include "d_result_journal.h"
+
+#include <QStringList>
+
+// `hytorc spc`: each program's torque figures over the journal (n, mean, spread, Cp, Cpk, NOK
+// rate) as a table or JSON lines, by the same code as the station's web page.
+class DSpcReport
+{
+public:
+    enum EnExitCode { CeExitSuccess = 0, CeExitFailure = 1, CeExitUsage = 2 };
+
+    // `arguments` from the word "spc" on.
+    int run(const QStringList& arguments);
+
+private:
+    bool parse(const QStringList& arguments, QString* message, bool* helpShown);
+
+    QString m_journalPath;
+    DResultJournal::DQuery m_query;
+    bool m_json = false;
+};
+
+#endif // D_SPC_REPORT_H
