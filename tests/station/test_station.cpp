@@ -2,6 +2,7 @@
 // pseudo-terminal, simulator) writing a real SQLite journal, read back by `hytorc results`:
 // each result field for field, a SIGKILL in the middle of a stream, a link that drops and
 // comes back, and what is set or found wrong.
+#include "d_exported_rows.h"
 #include "d_hytorc_process.h"
 #include "d_result_journal.h"
 #include "d_simulated_tool.h"
@@ -15,16 +16,6 @@
 
 namespace {
 
-// The journal's rows through the export, as a user reads them.
-QList<QJsonObject> exported(const QString& journal, const QStringList& options = {})
-{
-    DTimedHytorc results(QStringList{"results", "--journal", journal} + options);
-    results.waitForEnd(30000);
-    QList<QJsonObject> rows;
-    for (const DTimedHytorc::Line& line : results.out)
-        rows << QJsonDocument::fromJson(line.text).object();
-    return rows;
-}
 
 // The report lines the simulator sent, in order.
 QStringList sentReports(const QJsonObject& record)
@@ -88,7 +79,7 @@ private slots:
         for (int i = 0; i < rows.size(); ++i) {
             const QStringList f = published.at(i).split(',');
             const QJsonObject& row = rows.at(i);
-            QCOMPARE(row.keys().size(), 18);
+            QCOMPARE(row.keys().size(), 31);
             QCOMPARE(row.value("id").toInt(), i + 1);
             QCOMPARE(row.value("station").toString(), QStringLiteral("ST20"));
             QCOMPARE(row.value("toolSerial").toString(), QStringLiteral("HYT24A0137"));

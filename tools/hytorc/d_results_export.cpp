@@ -25,18 +25,9 @@ bool parseTime(const QString& text, qint64* ms)
 
 } // namespace
 
-int DResultsExport::run(const QStringList& arguments)
+int DResultsExport::execute()
 {
     QString message;
-    bool helpShown = false;
-    if (!parse(arguments, &message, &helpShown)) {
-        if (helpShown) {
-            std::fputs(qPrintable(message), stdout);
-            return CeExitSuccess;
-        }
-        DMessageHandler::say(message);
-        return CeExitUsage;
-    }
     DResultJournal journal;
     if (!journal.open(m_journalPath, DResultJournal::CeReader, &message)) {
         DMessageHandler::say(message);
@@ -60,13 +51,15 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Prints the results that hytorcd journaled, one JSON object per line or CSV with a header row.\n\n"
-        "  hytorc results [--journal FILE] [--since ID] [--from TIME] [--to TIME] [--format jsonl|csv] [--follow]"));
+        "  hytorc results [--journal FILE] [--since ID] [--from TIME] [--to TIME] [--identifier VALUE]\n"
+        "                 [--format jsonl|csv] [--follow]"));
     const QCommandLineOption help = parser.addHelpOption();
     parser.addOptions({
         {"journal", QStringLiteral("The journal (default: %1).").arg(DResultJournal::defaultPath()), "file"},
         {"since", "Only results with a tightening id above this one.", "id"},
         {"from", "Only results received at or after this time (ISO 8601; local time without a zone).", "time"},
         {"to", "Only results received at or before this time.", "time"},
+        {"identifier", "Only results with this identifier, in any of its 4 parts.", "value"},
         {"format", "jsonl (default) or csv.", "format"},
         {"follow", "Keep printing new results as the service commits them, until interrupted."},
     });
@@ -101,6 +94,11 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
     }
     m_csv = format == QLatin1String("csv");
     m_follow = parser.isSet("follow");
+    m_query.identifier = parser.value("identifier");
+    if (parser.isSet("identifier") && m_query.identifier.isEmpty()) {
+        *message = QStringLiteral("--identifier takes a value (an identifier of any part)");
+        return false;
+    }
     // The word "results" stands where the parser expects the program.
     return parser.positionalArguments().isEmpty()
         || (*message = QStringLiteral("results takes no other words (try: hytorc results --help)"), false);

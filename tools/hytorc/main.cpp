@@ -4,6 +4,7 @@
 #include "d_message_handler.h"
 #include "d_results_export.h"
 #include "d_descendant_processes.h"
+#include "d_identify_command.h"
 #include "d_signal_watcher.h"
 
 #include <QCoreApplication>
@@ -15,13 +16,16 @@ int main(int argc, char* argv[])
 {
     // The journal's export reads and prints only: a closed pipe or Ctrl-C simply ends it.
     const bool results = argc > 1 && std::strcmp(argv[1], "results") == 0;
-    if (!results)
+    const bool identify = argc > 1 && std::strcmp(argv[1], "identify") == 0;
+    if (!results && !identify)
         DSignalWatcher::blockTerminationSignals();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("hytorc"));
     QCoreApplication::setApplicationVersion(QStringLiteral(HYTORC_VERSION));
     if (results)
         return DResultsExport().run(QCoreApplication::arguments().mid(1));
+    if (identify)
+        return DIdentifyCommand().run(QCoreApplication::arguments().mid(1));
     DCommandLine commandLine;
     QString message;
     if (!commandLine.parse(QCoreApplication::arguments(), &message)) {

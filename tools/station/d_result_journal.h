@@ -23,6 +23,7 @@ public:
         qint64 fromMs = 0;
         qint64 toMs = 0;
         qint64 limit = 0;
+        QString identifier;  // rows with this identifier in any part; empty = all
     };
 
     explicit DResultJournal(QObject* parent = nullptr);

@@ -84,8 +84,28 @@ const QStringList& DResultRecord::eventKeys()
 
 const QStringList& DResultRecord::journalKeys()
 {
-    static const QStringList keys = QStringList{"id", "receivedAt", "station", "toolSerial"} + eventKeys();
+    static const QStringList keys = QStringList{"id", "receivedAt", "station", "toolSerial"} + eventKeys() + partKeys();
     return keys;
+}
+
+const QStringList& DResultRecord::partKeys()
+{
+    static const QStringList keys{"identifier", "identifier2", "identifier3", "identifier4", "batchSize",
+                                  "batchCounter", "batchStatus", "torqueMin", "torqueMax", "angleMin",
+                                  "angleMax", "torqueStatus", "angleStatus"};
+    return keys;
+}
+
+std::optional<double> DResultRecord::newtonMetres(const QVariantMap& record)
+{
+    QString unit = record.value(QStringLiteral("torqueUnit")).toString().trimmed().toUpper();
+    unit.remove(QLatin1Char('.'));
+    const double torque = record.value(QStringLiteral("convertedTorque")).toDouble() / 100.0;
+    if (unit == QLatin1String("NM"))
+        return torque;
+    if (unit == QLatin1String("FTLB"))
+        return torque * c_newtonMetresPerFootPound;
+    return std::nullopt;
 }
 
 bool DResultRecord::isNumeric(const QString& key)

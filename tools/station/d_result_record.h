@@ -5,6 +5,8 @@
 #include <QStringList>
 #include <QVariantMap>
 
+#include <optional>
+
 // A tightening result as the station writes it out: the event record's keys in the order
 // of the tool's report, the journal's own keys before them, and one line of JSON (keys in
 // that order, not sorted) or CSV per result.
@@ -13,8 +15,13 @@ class DResultRecord
 public:
     // date, time, duration, jobId, ... eventCountNo: the listener's record.
     static const QStringList& eventKeys();
-    // id, receivedAt, station, toolSerial, then the event keys: a journal row.
+    // What the station stamps on a result from the part at the station: identifier ... angleStatus.
+    static const QStringList& partKeys();
+    // id, receivedAt, station, toolSerial, the event keys, then the part keys: a journal row.
     static const QStringList& journalKeys();
+    static constexpr double c_newtonMetresPerFootPound = 1.3558179483;
+    // The result's torque in N·m, when its unit is one we know (N.m, ft.lb).
+    static std::optional<double> newtonMetres(const QVariantMap& record);
     // The event keys whose values are whole numbers.
     static bool isNumeric(const QString& key);
 
