@@ -6,10 +6,13 @@
 #include "d_mosquitto_broker.h"
 #include "d_result_journal.h"
 #include "d_simulated_tool.h"
+#include "d_station_part.h"
 
 #include <QJsonArray>
 #include <QSqlDatabase>
 #include <QSqlQuery>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QtTest>
 
 namespace {
@@ -124,6 +127,66 @@ private slots:
         }
         QCOMPARE(locks, eventKinds(journal));  // on the wire, in the same order
         QCOMPARE(record.value("reports").toArray().size(), 5);  // none while locked
+    }
+
+    // A lock from Open Protocol 0042 is stronger: a scan does not lift it, and the tool stays
+    // locked on the wire until the client's 0043.
+    void clientLockIsStronger()
+    {
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost));
+        const QString port = QString::number(probe.serverPort());
+        probe.close();
+        DSimulatedTool tool;
+        QVERIFY(tool.start({"--record", tool.recordPath(), "--event-period", "0", "--scanner-link", m_dir.filePath("op.scan")}));
+        QScopedPointer<DTimedHytorc> hytorcd(station(&tool, "op", QByteArray(), {"--require-identifier", "--op-port", port}));
+        QVERIFY(QTest::qWaitFor([&] { return hytorcd->count("tool locked: no identifier yet") == 1; }, 20000));
+        QTcpSocket client;
+        client.connectToHost(QHostAddress::LocalHost, quint16(port.toInt()));
+        QVERIFY(client.waitForConnected(5000));
+        QByteArray answers;
+        for (const QByteArray& mid : {"0001", "0042"}) {
+            client.write("0020" + mid + "001         " + QByteArray(1, '\0'));
+            QVERIFY(QTest::qWaitFor([&] { return (answers += client.readAll()).count('\0') == (mid == "0001" ? 1 : 2); }, 10000));
+        }
+        QVERIFY2(answers.contains("00240005001         0042"), answers.constData());
+        tool.say("scan VIN-OP");
+        QVERIFY(QTest::qWaitFor([&] { return hytorcd->count("it stays locked by an Open Protocol 0042 until a 0043") == 1; }, 10000));
+        tool.say("event");
+        QTest::qWait(1000);
+        hytorcd->process.terminate();
+        QVERIFY(hytorcd->waitForEnd(5000));
+        const QJsonObject record = tool.stopAndReadRecord();
+        QCOMPARE(record.value("reports").toArray().size(), 0);
+        QVERIFY(record.value("requests").toArray().last().toString().contains("OPEN_PROTOCOL_LOCK"));
+    }
+
+    // The batch's rules on a real journal: a NOK does not count, a program change resets, a batch
+    // size set at run time outlives a restart and is refused outside 1..99; statuses from the limits.
+    void batchRules()
+    {
+        const QString path = m_dir.filePath("rules.db");
+        DResultJournal journal;
+        QString error;
+        QVERIFY(journal.open(path, DResultJournal::CeWriter, &error));
+        {
+            DStationPart part(&journal, "ST");
+            part.setProgramSettings({{1, {100.0, 150.0, std::nullopt, std::nullopt, 2}}});
+            QVERIFY(!part.setBatchSize(3, 0, &error) && !part.setBatchSize(3, 100, &error));
+            QVERIFY(part.setBatchSize(3, 4, &error));
+        }
+        DStationPart part(&journal, "ST");
+        part.setProgramSettings({{1, {100.0, 150.0, std::nullopt, std::nullopt, 2}}});
+        QCOMPARE(part.programSettings(3).batchSize, 4);
+        QStringList seen;
+        for (const auto& [progId, status, torque] : {std::tuple(1, "PASSED", 9000), std::tuple(1, "FAILED", 12000),
+                                                     std::tuple(1, "PASSED", 16000), std::tuple(3, "PASSED", 7000)}) {
+            QVariantMap record{{"progId", progId}, {"status", status}, {"convertedTorque", torque}, {"torqueUnit", "N.m"}};
+            part.stamp(&record);
+            seen << QString("%1/%2 %3 %4").arg(record.value("batchCounter").toInt()).arg(record.value("batchSize").toInt())
+                        .arg(record.value("batchStatus").toInt()).arg(record.value("torqueStatus").toString());
+        }
+        QCOMPARE(seen, (QStringList{"1/2 0 low", "1/2 0 ok", "2/2 1 high", "1/4 0 "}));
     }
 
     // A journal of the previous release (schema 1) is migrated in place: every row kept, field
