@@ -63,10 +63,18 @@ bool DIdentifyCommand::send(QString* error) const
     QLocalSocket socket;
     socket.connectToServer(path);
     if (!socket.waitForConnected(c_answerTimeoutMs)) {
-        *error = socket.error() == QLocalSocket::SocketAccessError
-                     ? QStringLiteral("%1: permission denied; run it as the service's user or root").arg(path)
-                     : QStringLiteral("%1: %2; is hytorcd running with the journal %3?")
-                           .arg(path, socket.errorString(), QFileInfo(m_journalPath).absoluteFilePath());
+        const QString journal = QFileInfo(m_journalPath).absoluteFilePath();
+        switch (socket.error()) {
+        case QLocalSocket::SocketAccessError:
+            *error = QStringLiteral("%1: permission denied; run it as the service's user or root").arg(path);
+            break;
+        case QLocalSocket::ServerNotFoundError:
+        case QLocalSocket::ConnectionRefusedError:
+            *error = QStringLiteral("%1: no hytorcd listens there; is it running with the journal %2 (--journal)?").arg(path, journal);
+            break;
+        default:
+            *error = QStringLiteral("%1: %2; is hytorcd running with the journal %3?").arg(path, socket.errorString(), journal);
+        }
         return false;
     }
     socket.write(DIdentifyRequest::request(m_part, m_value));
