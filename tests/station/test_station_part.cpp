@@ -178,15 +178,22 @@ private slots:
         DStationPart part(&journal, "ST");
         part.setProgramSettings({{1, {100.0, 150.0, std::nullopt, std::nullopt, 2}}});
         QCOMPARE(part.programSettings(3).batchSize, 4);
+        QVERIFY(part.identify(1, "VIN-R", "test", &error));
         QStringList seen;
+        QVariantMap record;
         for (const auto& [progId, status, torque] : {std::tuple(1, "PASSED", 9000), std::tuple(1, "FAILED", 12000),
                                                      std::tuple(1, "PASSED", 16000), std::tuple(3, "PASSED", 7000)}) {
-            QVariantMap record{{"progId", progId}, {"status", status}, {"convertedTorque", torque}, {"torqueUnit", "N.m"}};
+            record = {{"progId", progId}, {"status", status}, {"convertedTorque", torque}, {"torqueUnit", "N.m"}};
             part.stamp(&record);
             seen << QString("%1/%2 %3 %4").arg(record.value("batchCounter").toInt()).arg(record.value("batchSize").toInt())
                         .arg(record.value("batchStatus").toInt()).arg(record.value("torqueStatus").toString());
         }
         QCOMPARE(seen, (QStringList{"1/2 0 low", "1/2 0 ok", "2/2 1 high", "1/4 0 "}));
+        QVERIFY(journal.append(record, "ST", "HYT1", &error) > 0);
+        const DStationPart restarted(&journal, "ST");
+        QCOMPARE(restarted.identifier(1), QStringLiteral("VIN-R"));
+        QCOMPARE(restarted.batchSize(), 4);
+        QCOMPARE(restarted.batchCounter(), 1);
     }
 
     // A journal of the previous release (schema 1) is migrated in place: every row kept, field

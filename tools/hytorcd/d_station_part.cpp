@@ -68,6 +68,7 @@ DStationPart::DStationPart(DResultJournal* journal, const QString& station, QObj
     , m_identifiers(QVector<QString>(c_identifierParts).toList())
 {
     loadBatchSizes();
+    restoreFromLastResult();
 }
 
 void DStationPart::setProgramSettings(const QHash<int, DProgramSettings>& programs) { m_programs = programs; }
@@ -225,6 +226,20 @@ void DStationPart::recordEvent(const QString& kind, const QString& text)
     QString error;
     if (!m_journal->recordEvent(m_station, kind, text, &error))
         DMessageHandler::say(error);
+}
+
+void DStationPart::restoreFromLastResult()
+{
+    const QVariantMap last = m_journal->row(m_journal->lastId());
+    if (!last.contains(c_identifierKeys.first()))
+        return;
+    for (int i = 0; i < c_identifierParts; ++i)
+        m_identifiers[i] = last.value(c_identifierKeys.at(i)).toString();
+    m_activeProgram = last.value(QStringLiteral("progId")).toInt();
+    m_batchCounter = last.value(QStringLiteral("batchCounter")).toInt();
+    DMessageHandler::say(QStringLiteral("part of result %1 still current: identifier %2, program %3, batch %4 of %5")
+                             .arg(last.value(QStringLiteral("id")).toLongLong()).arg(m_identifiers.first())
+                             .arg(m_activeProgram).arg(m_batchCounter).arg(batchSize()));
 }
 
 void DStationPart::loadBatchSizes()

@@ -32,6 +32,8 @@ public:
         int batchSize = 0;                // 0: no batch
     };
 
+    // The part, program and batch counter of the journal's last result are current again: a
+    // restart neither forgets the part on the station nor starts its batch afresh.
     DStationPart(DResultJournal* journal, const QString& station, QObject* parent = nullptr);
 
     // The settings file's programs, by id (1-based, as listProgram numbers them).
@@ -73,6 +75,7 @@ private:
     void countInBatch(bool good, QVariantMap* record);
     void updateLockAtBatchDone();
     void loadBatchSizes();
+    void restoreFromLastResult();
 
     DResultJournal* m_journal;
     QString m_station;
