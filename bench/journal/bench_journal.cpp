@@ -149,6 +149,7 @@ void BM_ReportToCommit(benchmark::State& state)
 }
 
 // A million rows written the fast way (one transaction, no fsync): the export is what is measured.
+// Four results a part: identifier VIN00000001 for rows 4 to 7, and so on.
 bool fillJournal(const QString& path, int rows, QString* error)
 {
     {
@@ -169,13 +170,14 @@ bool fillJournal(const QString& path, int rows, QString* error)
     QSqlQuery insert(db);
     insert.prepare(QStringLiteral("INSERT INTO results (receivedAt, station, toolSerial, date, time, duration, jobId,"
                                   " profileName, mode, snugTorqueAngle, torqueUnit, direction, status, convertedTorque,"
-                                  " angleUnit, progId, eventCountNo) VALUES (?,'ST20','HYT24A0137','2026-11-23',"
-                                  "'08:00:00',1848,?,'P1','TQ','12.000','NM','CW','PASSED',12098,'DEG',1,?)"));
+                                  " angleUnit, progId, eventCountNo, identifier) VALUES (?,'ST20','HYT24A0137','2026-11-23',"
+                                  "'08:00:00',1848,?,'P1','TQ','12.000','NM','CW','PASSED',12098,'DEG',1,?,?)"));
     const qint64 start = QDateTime::currentMSecsSinceEpoch();
     for (int i = 1; i <= rows; ++i) {
         insert.addBindValue(start + i * 3000);
         insert.addBindValue(QString::number(i));
         insert.addBindValue(i);
+        insert.addBindValue(QStringLiteral("VIN%1").arg(i / 4, 8, 10, QLatin1Char('0')));
         insert.exec();
     }
     const bool ok = db.commit();
@@ -187,14 +189,18 @@ bool fillJournal(const QString& path, int rows, QString* error)
     return ok;
 }
 
-// `hytorc results --since` for the last 100 000 of a million rows, as a user runs it.
-void BM_ExportSince(benchmark::State& state)
+int journalRows()
 {
-    const int c_rows = qEnvironmentVariableIntValue("HYTORC_BENCH_JOURNAL_ROWS") > 0
+    return qEnvironmentVariableIntValue("HYTORC_BENCH_JOURNAL_ROWS") > 0
         ? qEnvironmentVariableIntValue("HYTORC_BENCH_JOURNAL_ROWS") : 1000000;
-    const QString path = benchFile("million.db");
+}
+
+// `hytorc results OPTIONS` over the journal of a million rows, timed as a user runs it.
+void timeExport(benchmark::State& state, const QStringList& options)
+{
+    const QString path = benchFile("million-2.db");
     QString error;
-    if (!fillJournal(path, c_rows, &error)) {
+    if (!fillJournal(path, journalRows(), &error)) {
         state.SkipWithError(qPrintable(error));
         return;
     }
@@ -204,13 +210,25 @@ void BM_ExportSince(benchmark::State& state)
         QElapsedTimer clock;
         clock.start();
         results.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + QStringLiteral("/bin/hytorc"),
-                      {"results", "--journal", path, "--since", QString::number(c_rows - state.range(0))});
+                      QStringList{"results", "--journal", path} + options);
         results.waitForFinished(120000);
         state.SetIterationTime(clock.nsecsElapsed() / 1e9);
         state.counters["export_s"] = clock.nsecsElapsed() / 1e9;
-        state.counters["rows"] = state.range(0);
     }
-    state.counters["bytes_per_result"] = double(QFileInfo(path).size()) / c_rows;
+    state.counters["bytes_per_result"] = double(QFileInfo(path).size()) / journalRows();
+}
+
+// `hytorc results --since` for the last 100 000 of a million rows.
+void BM_ExportSince(benchmark::State& state)
+{
+    timeExport(state, {"--since", QString::number(journalRows() - state.range(0))});
+    state.counters["rows"] = state.range(0);
+}
+
+// `hytorc results --identifier`: every bolt of one vehicle among a million results.
+void BM_ExportIdentifier(benchmark::State& state)
+{
+    timeExport(state, {"--identifier", QStringLiteral("VIN%1").arg(journalRows() / 8, 8, 10, QLatin1Char('0'))});
 }
 
 } // namespace
@@ -218,5 +236,6 @@ void BM_ExportSince(benchmark::State& state)
 BENCHMARK(BM_CommitRate)->Arg(2000)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_ReportToCommit)->Arg(300)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_ExportSince)->Arg(100000)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(3);
+BENCHMARK(BM_ExportIdentifier)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(3);
 
 #include "bench_journal.moc"

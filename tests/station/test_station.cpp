@@ -2,6 +2,7 @@
 // pseudo-terminal, simulator) writing a real SQLite journal, read back by `hytorc results`:
 // each result field for field, a SIGKILL in the middle of a stream, a link that drops and
 // comes back, and what is set or found wrong.
+#include "d_exported_rows.h"
 #include "d_hytorc_process.h"
 #include "d_result_journal.h"
 #include "d_simulated_tool.h"
@@ -15,16 +16,6 @@
 
 namespace {
 
-// The journal's rows through the export, as a user reads them.
-QList<QJsonObject> exported(const QString& journal, const QStringList& options = {})
-{
-    DTimedHytorc results(QStringList{"results", "--journal", journal} + options);
-    results.waitForEnd(30000);
-    QList<QJsonObject> rows;
-    for (const DTimedHytorc::Line& line : results.out)
-        rows << QJsonDocument::fromJson(line.text).object();
-    return rows;
-}
 
 // The report lines the simulator sent, in order.
 QStringList sentReports(const QJsonObject& record)
@@ -88,7 +79,7 @@ private slots:
         for (int i = 0; i < rows.size(); ++i) {
             const QStringList f = published.at(i).split(',');
             const QJsonObject& row = rows.at(i);
-            QCOMPARE(row.keys().size(), 18);
+            QCOMPARE(row.keys().size(), 31);
             QCOMPARE(row.value("id").toInt(), i + 1);
             QCOMPARE(row.value("station").toString(), QStringLiteral("ST20"));
             QCOMPARE(row.value("toolSerial").toString(), QStringLiteral("HYT24A0137"));
@@ -200,6 +191,16 @@ private slots:
                                     << QByteArray("/nonexistent/hytorcd.conf: cannot read the file");
         QTest::newRow("tool twice") << QStringList{"--device", "/dev/null", "--bluetooth", "00:1A:7D:DA:71:13"} << none
                                     << none << 2 << QByteArray("--device and --bluetooth name the tool twice");
+        QTest::newRow("min above max") << QStringList() << QByteArray("[program.2]\ntorque_min = 50\ntorque_max = 40.5\n") << none
+                                       << 2 << QByteArray("[program.2]: torque_min 50 is above torque_max 40.5");
+        QTest::newRow("batch of 100") << QStringList() << QByteArray("[program.1]\nbatch_size = 100\n") << none << 2
+                                      << QByteArray("key \"batch_size\": \"100\" is not allowed (allowed: 1 to 99 tightenings)");
+        QTest::newRow("negative limit") << QStringList() << QByteArray("[program.1]\nangle_min = -5\n") << none << 2
+                                        << QByteArray("key \"angle_min\": \"-5\" is not allowed (allowed: a number, 0 or more)");
+        QTest::newRow("program 0") << QStringList() << QByteArray("[program.0]\nbatch_size = 2\n") << none << 2
+                                   << QByteArray("a program section is [program.N]");
+        QTest::newRow("bad pattern") << QStringList{"--scanner_part2", "(["} << none << none << 2
+                                     << QByteArray("--scanner_part2: \"([\" is not allowed (allowed: a regular expression)");
         QTest::newRow("not a journal") << QStringList() << none << QByteArray("results: 3\n") << 1
                                        << QByteArray("file is not a database");
     }

@@ -26,18 +26,9 @@ bool outputClosed()
 
 } // namespace
 
-int DResultsExport::run(const QStringList& arguments)
+int DResultsExport::execute()
 {
     QString message;
-    bool helpShown = false;
-    if (!parse(arguments, &message, &helpShown)) {
-        if (helpShown) {
-            std::fputs(qPrintable(message), stdout);
-            return CeExitSuccess;
-        }
-        DMessageHandler::say(message);
-        return CeExitUsage;
-    }
     DResultJournal journal;
     if (!journal.open(m_journalPath, DResultJournal::CeReader, &message)) {
         DMessageHandler::say(message);

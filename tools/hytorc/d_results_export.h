@@ -2,21 +2,17 @@
 #define D_RESULTS_EXPORT_H
 
 #include "d_result_journal.h"
-
-#include <QStringList>
+#include "d_subcommand.h"
 
 // `hytorc results`: prints the journal's rows as JSON lines or CSV, then with --follow the
 // rows the service commits after them. It only reads, so it never holds up the service.
-class DResultsExport
+class DResultsExport : public DSubcommand
 {
-public:
-    enum EnExitCode { CeExitSuccess = 0, CeExitFailure = 1, CeExitUsage = 2 };
-
-    // `arguments` from the word "results" on.
-    int run(const QStringList& arguments);
+protected:
+    bool parse(const QStringList& arguments, QString* message, bool* helpShown) override;
+    int execute() override;
 
 private:
-    bool parse(const QStringList& arguments, QString* message, bool* helpShown);
     // Writes the rows after `m_query.sinceId` and moves it past them; false on a read or write error.
     bool printNewRows(const DResultJournal& journal, QString* error);
 

@@ -5,6 +5,7 @@
 #include "d_results_export.h"
 #include "d_spc_report.h"
 #include "d_descendant_processes.h"
+#include "d_identify_command.h"
 #include "d_signal_watcher.h"
 
 #include <QCoreApplication>
@@ -17,7 +18,8 @@ int main(int argc, char* argv[])
     // The journal's export reads and prints only: a closed pipe or Ctrl-C simply ends it.
     const bool results = argc > 1 && std::strcmp(argv[1], "results") == 0;
     const bool spc = argc > 1 && std::strcmp(argv[1], "spc") == 0;
-    if (!results && !spc)
+    const bool identify = argc > 1 && std::strcmp(argv[1], "identify") == 0;
+    if (!results && !spc && !identify)
         DSignalWatcher::blockTerminationSignals();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("hytorc"));
@@ -26,6 +28,8 @@ int main(int argc, char* argv[])
         return DResultsExport().run(QCoreApplication::arguments().mid(1));
     if (spc)
         return DSpcReport().run(QCoreApplication::arguments().mid(1));
+    if (identify)
+        return DIdentifyCommand().run(QCoreApplication::arguments().mid(1));
     DCommandLine commandLine;
     QString message;
     if (!commandLine.parse(QCoreApplication::arguments(), &message)) {

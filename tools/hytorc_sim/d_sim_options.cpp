@@ -96,6 +96,9 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
     const QCommandLineOption stateOption("state", "Tool state (JSON) to start from instead of the defaults.", "file");
     const QCommandLineOption linkOption("link", "Make a symlink at path pointing to the port (replaces a symlink).",
                                         "path");
+    const QCommandLineOption scannerLinkOption(
+        "scanner-link", "Also play a barcode scanner: a pseudo-terminal behind a symlink at path; \"scan TEXT\" writes "
+        "TEXT and CR LF to it, \"unplug-scanner\" takes it away for 1 s.", "path");
     const QCommandLineOption recordOption(
         "record", "On exit, write the tool's state, every request received and every report sent (JSON) to file.", "file");
     const QCommandLineOption shapeOption(
@@ -107,12 +110,12 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
     parser.setApplicationDescription(
         "Plays a cordless HYTORC tool on a pseudo-terminal. Prints the port path as the first line of standard "
         "output, and the path of every port reopened after a drop on a line of its own. Standard input takes the "
-        "lines \"event\" (send a tightening event), \"quiet\" (no more periodic events), \"drop\" (drop the link "
+        "lines \"event\" (send a tightening event), \"nok\" (the next one fails), \"scan TEXT\" (\\xHH for any byte), \"quiet\" (no more periodic events), \"drop\" (drop the link "
         "now) and \"quit\"; SIGINT and "
         "SIGTERM stop it too, the end of standard input does not.");
     const QCommandLineOption helpOption = parser.addHelpOption();
     const QCommandLineOption versionOption = parser.addVersionOption();
-    parser.addOptions({stateOption, linkOption, recordOption, shapeOption, framingOption});
+    parser.addOptions({stateOption, linkOption, scannerLinkOption, recordOption, shapeOption, framingOption});
     for (const IntOption& entry : intOptions)
         parser.addOption(entry.option);
     for (const FlagOption& entry : flagOptions)
@@ -129,6 +132,7 @@ bool DSimOptions::parse(const QCoreApplication& app, QString* error)
 
     statePath = parser.value(stateOption);
     linkPath = parser.value(linkOption);
+    scannerLinkPath = parser.value(scannerLinkOption);
     recordPath = parser.value(recordOption);
     if (parser.isSet(shapeOption))
         eventShape = parser.value(shapeOption);

@@ -11,6 +11,7 @@ class DSimOptions
 public:
     QString statePath;
     QString linkPath;
+    QString scannerLinkPath;         // --scanner-link: a scanner's pseudo-terminal behind this symlink
     QString framingWord = QStringLiteral("RESPONSE");
     int baud = 115200;  // 0: no pacing
     int seed = 1;

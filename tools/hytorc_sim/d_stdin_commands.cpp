@@ -11,6 +11,23 @@ DStdinCommands::DStdinCommands(QObject* parent)
     connect(m_notifier, &QSocketNotifier::activated, this, &DStdinCommands::onReadable);
 }
 
+// \xHH is that byte: a test sends NUL, noise or any code a terminal line cannot carry.
+QByteArray DStdinCommands::unescaped(const QByteArray& text)
+{
+    QByteArray bytes;
+    for (int i = 0; i < text.size(); ++i) {
+        bool ok = false;
+        const int byte = text.mid(i + 2, 2).toInt(&ok, 16);
+        if (text.mid(i, 2) == "\\x" && ok && text.mid(i + 2, 2).size() == 2) {
+            bytes.append(char(byte));
+            i += 3;
+        } else {
+            bytes.append(text.at(i));
+        }
+    }
+    return bytes;
+}
+
 void DStdinCommands::onReadable()
 {
     char buffer[256];
@@ -29,11 +46,16 @@ void DStdinCommands::onReadable()
 
 void DStdinCommands::takeLine(const QByteArray& line)
 {
-    static const QHash<QByteArray, EnCommand> commands{{"event", CeEvent}, {"quiet", CeQuiet}, {"drop", CeDrop}, {"quit", CeQuit}};
+    static const QHash<QByteArray, EnCommand> commands{{"event", CeEvent}, {"quiet", CeQuiet}, {"drop", CeDrop},
+                                                       {"quit", CeQuit}, {"nok", CeNok}, {"unplug-scanner", CeUnplugScanner}};
     if (line.isEmpty())
         return;
+    if (line.startsWith("scan ")) {
+        emit sigScan(unescaped(line.mid(5)));
+        return;
+    }
     if (!commands.contains(line)) {
-        qWarning("unknown input \"%s\" (event, quiet, drop, quit)", line.constData());
+        qWarning("unknown input \"%s\" (event, nok, quiet, drop, quit, scan TEXT, unplug-scanner)", line.constData());
         return;
     }
     emit sigCommand(commands.value(line));

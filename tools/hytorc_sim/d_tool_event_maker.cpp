@@ -25,7 +25,8 @@ QString DToolEventMaker::nextEventLine()
     m_state->countCycle();
     const QStringList profile = m_state->activeProfileFields();
     const double target = profile.value(3).toDouble();
-    const bool passed = m_random->bounded(100) >= c_failedRunPercent;
+    const bool passed = m_random->bounded(100) >= c_failedRunPercent && !m_failNext;
+    m_failNext = false;
     // A passed run ends within 2 % of the target, a failed one stops short of it.
     const double spread = passed ? (m_random->generateDouble() - 0.5) * 0.04 : -0.08 - m_random->generateDouble() * 0.1;
     const double angle = profile.value(4).toDouble() + m_random->bounded(20);

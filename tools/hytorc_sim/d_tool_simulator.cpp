@@ -12,7 +12,6 @@
 #include <QJsonObject>
 #include <QSaveFile>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
@@ -92,6 +91,12 @@ void DToolSimulator::onCommand(DStdinCommands::EnCommand command)
     case DStdinCommands::CeQuit:
         QCoreApplication::quit();
         break;
+    case DStdinCommands::CeNok:
+        m_eventMaker.failNext();
+        break;
+    case DStdinCommands::CeUnplugScanner:
+        m_scanner.unplug();
+        break;
     }
 }
 
@@ -142,24 +147,7 @@ bool DToolSimulator::openPort(QString* error)
 
 bool DToolSimulator::pointLink(QString* error)
 {
-    if (m_options.linkPath.isEmpty())
-        return true;
-    const QFileInfo link(m_options.linkPath);
-    if (link.exists() && !link.isSymLink()) {
-        *error = QStringLiteral("%1 exists and is not a symlink").arg(m_options.linkPath);
-        return false;
-    }
-    // Made aside and renamed over the old one, so that the path never misses.
-    const QByteArray path = QFile::encodeName(m_options.linkPath);
-    const QByteArray aside = path + ".new" + QByteArray::number(qint64(getpid()));
-    ::unlink(aside.constData());
-    if (::symlink(QFile::encodeName(m_port->slavePath()).constData(), aside.constData()) != 0
-        || ::rename(aside.constData(), path.constData()) != 0) {
-        *error = QStringLiteral("cannot point %1 to the port: %2")
-                     .arg(m_options.linkPath, QString::fromLocal8Bit(std::strerror(errno)));
-        return false;
-    }
-    return true;
+    return m_options.linkPath.isEmpty() || m_port->linkAt(m_options.linkPath, error);
 }
 
 void DToolSimulator::removeLink()
@@ -173,6 +161,11 @@ void DToolSimulator::sendEvent()
 {
     if (!m_port) {
         qInfo("no link: event not sent");
+        return;
+    }
+    // A locked tool does not turn: no tightening, no report.
+    if (m_state->isLocked()) {
+        qInfo("locked: no tightening");
         return;
     }
     for (int i = 0; i < m_options.eventBurst; ++i)

@@ -13,6 +13,7 @@
 #include "d_pseudo_terminal.h"
 #include "d_report_log.h"
 #include "d_report_shaper.h"
+#include "d_scanner_port.h"
 #include "d_stdin_commands.h"
 #include "d_tool_event_maker.h"
 #include "d_tool_request_handler.h"
@@ -33,6 +34,8 @@ public:
     bool start(QString* error);
     // Writes the tool's state and the reports sent to --record's file, if any.
     bool writeRecord(QString* error);
+    // The scanner beside the tool (--scanner-link).
+    DScannerPort* scanner() { return &m_scanner; }
 
 public slots:
     void onCommand(DStdinCommands::EnCommand command);
@@ -63,6 +66,7 @@ private:
     std::unique_ptr<DPseudoTerminal> m_port;
     QTimer m_eventTimer;
     QTimer m_junkTimer;
+    DScannerPort m_scanner;
 };
 
 #endif // D_TOOL_SIMULATOR_H

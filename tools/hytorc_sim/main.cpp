@@ -58,8 +58,13 @@ int main(int argc, char* argv[])
         qCritical("%s", qPrintable(error));
         return 1;
     }
+    if (!simulator.scanner()->start(options.scannerLinkPath, &error)) {
+        qCritical("%s", qPrintable(error));
+        return 1;
+    }
     DStdinCommands commands;
     QObject::connect(&commands, &DStdinCommands::sigCommand, &simulator, &DToolSimulator::onCommand);
+    QObject::connect(&commands, &DStdinCommands::sigScan, simulator.scanner(), &DScannerPort::scan);
     DSignalWatcher signalWatcher;
     QObject::connect(&signalWatcher, &DSignalWatcher::sigTerminate, &app, &QCoreApplication::quit);
     const int status = app.exec();

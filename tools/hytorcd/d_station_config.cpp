@@ -8,10 +8,12 @@
 namespace {
 const QString c_configOption = QStringLiteral("config");
 const QString c_verboseOption = QStringLiteral("verbose");
+const QString c_checkOption = QStringLiteral("check-config");
 } // namespace
 
-DStationConfig::DStationConfig(const QList<DKey>& keys)
+DStationConfig::DStationConfig(const QList<DKey>& keys, const QStringList& sectionPrefixes)
     : m_keys(keys)
+    , m_sectionPrefixes(sectionPrefixes)
 {
 }
 
@@ -26,10 +28,11 @@ bool DStationConfig::parse(const QStringList& arguments, QString* message, bool*
     parser.addOption({c_configOption, QStringLiteral("Reads the settings of FILE (INI; options win)."),
                       QStringLiteral("file")});
     parser.addOption({c_verboseOption, QStringLiteral("Every log line, retries included.")});
-    for (const DKey& key : m_keys)
-        parser.addOption({key.name, key.help + (key.defaultValue.isEmpty() ? QString()
-                                                                          : QStringLiteral(" Default: %1.").arg(key.defaultValue)),
-                          QStringLiteral("value")});
+    parser.addOption({c_checkOption, QStringLiteral("Prints the resolved settings (the programs' table) and exits.")});
+    for (const DKey& key : m_keys) {
+        const QString help = key.help + (key.defaultValue.isEmpty() ? QString() : QStringLiteral(" Default: %1.").arg(key.defaultValue));
+        parser.addOption(key.flag ? QCommandLineOption(key.name, help) : QCommandLineOption(key.name, help, QStringLiteral("value")));
+    }
     if (!parser.parse(arguments)) {
         *message = parser.errorText() + QStringLiteral(" (try: hytorcd --help)");
         return false;
@@ -46,10 +49,12 @@ bool DStationConfig::parse(const QStringList& arguments, QString* message, bool*
         return false;
     }
     m_verbose = parser.isSet(c_verboseOption);
+    m_checkOnly = parser.isSet(c_checkOption);
     if (parser.isSet(c_configOption) && !readFile(parser.value(c_configOption), message))
         return false;
     for (const DKey& key : m_keys) {
-        if (parser.isSet(key.name) && !take(QStringLiteral("--") + key.name, key.name, parser.value(key.name), message))
+        const QString value = key.flag ? QStringLiteral("true") : parser.value(key.name);
+        if (parser.isSet(key.name) && !take(QStringLiteral("--") + key.name, key.name, value, message))
             return false;
     }
     return true;
@@ -67,15 +72,35 @@ bool DStationConfig::readFile(const QString& path, QString* message)
         *message = QStringLiteral("%1: not an INI file (key = value lines)").arg(path);
         return false;
     }
+    m_filePath = path;
     for (const QString& name : settings.allKeys()) {
+        // An unquoted value with commas comes back as a list: the text as written, in one piece.
+        const QVariant raw = settings.value(name);
+        const QString value = raw.userType() == QMetaType::QStringList ? raw.toStringList().join(QLatin1Char(','))
+                                                                      : raw.toString();
         if (name == c_verboseOption) {
-            m_verbose = QVariant(settings.value(name)).toBool();
+            m_verbose = QVariant(value).toBool();
             continue;
         }
-        if (!take(path, name, settings.value(name).toString(), message))
+        if (name.contains(QLatin1Char('/')) ? !takeSectionKey(path, name, value, message)
+                                            : !take(path, name, value, message))
             return false;
     }
     return true;
+}
+
+bool DStationConfig::takeSectionKey(const QString& path, const QString& name, const QString& value, QString* message)
+{
+    const QString section = name.section(QLatin1Char('/'), 0, 0);
+    for (const QString& prefix : qAsConst(m_sectionPrefixes)) {
+        if (section.startsWith(prefix)) {
+            m_sections[section].insert(name.section(QLatin1Char('/'), 1), value.trimmed());
+            return true;
+        }
+    }
+    *message = QStringLiteral("%1: unknown section [%2] (known: %3)")
+                   .arg(path, section, m_sectionPrefixes.join(QStringLiteral("N, ")) + QLatin1Char('N'));
+    return false;
 }
 
 bool DStationConfig::take(const QString& source, const QString& name, const QString& value, QString* message)

@@ -7,7 +7,10 @@
 #include "d_result_journal.h"
 #include "d_signal_watcher.h"
 #include "d_simulator_process.h"
-#include "d_station_part.h"
+#include "part/d_error_proofing.h"
+#include "part/d_identify_server.h"
+#include "part/d_program_table.h"
+#include "part/d_scanner_link.h"
 #include "d_station_service.h"
 #include "d_web_server.h"
 #include "d_web_status.h"
@@ -19,7 +22,7 @@
 
 DStationDaemon::DStationDaemon(QObject* parent)
     : QObject(parent)
-    , m_config(configKeys())
+    , m_config(configKeys(), {DProgramTable::c_sectionPrefix})
 {
 }
 
@@ -37,7 +40,8 @@ DStationDaemon::~DStationDaemon()
 
 QList<DStationConfig::DKey> DStationDaemon::configKeys()
 {
-    return DStationService::configKeys() + DMqttReporter::configKeys() + DOpServer::configKeys() + DWebServer::configKeys();
+    return DStationService::configKeys() + DScannerLink::configKeys() + DErrorProofing::configKeys()
+           + DMqttReporter::configKeys() + DOpServer::configKeys() + DWebServer::configKeys();
 }
 
 int DStationDaemon::run(const QStringList& arguments)
@@ -51,6 +55,14 @@ int DStationDaemon::run(const QStringList& arguments)
         }
         DMessageHandler::say(message);
         return CeExitUsage;
+    }
+    if (!DProgramTable::read(m_config, &m_programs, &message)) {
+        DMessageHandler::say(message);
+        return CeExitUsage;
+    }
+    if (m_config.checkOnly()) {
+        std::fputs(qPrintable(DProgramTable::table(m_programs)), stdout);
+        return CeExitSuccess;
     }
     DMessageHandler::install(m_config.verbose());
     int status = CeExitFailure;
@@ -98,7 +110,7 @@ bool DStationDaemon::setUp(QString* error, int* status)
         DMessageHandler::say(QStringLiteral("no --device given: using the tool simulator at %1").arg(device));
     }
     m_service = new DStationService(m_workstation, m_journal, station);
-    m_part = new DStationPart(m_journal, station, this);
+    setUpPart(station, journal);
     if (m_config.isSet(QStringLiteral("mqtt"))) {
         m_mqtt = new DMqttReporter(m_journal, m_service, this);
         if (!m_mqtt->start(m_config, error)) {
@@ -115,6 +127,28 @@ bool DStationDaemon::setUp(QString* error, int* status)
     m_web->start();
     m_service->start(device, bluetooth);
     return true;
+}
+
+void DStationDaemon::setUpPart(const QString& station, const QString& journal)
+{
+    m_part = new DStationPart(m_journal, station, this);
+    m_part->setProgramSettings(m_programs);
+    QStringList good = m_config.value(QStringLiteral("op-good-status")).split(QLatin1Char(','), Qt::SkipEmptyParts);
+    for (QString& word : good)
+        word = word.trimmed();
+    m_part->setGoodStatus(good);
+    m_service->setStamp([this](QVariantMap* record) { m_part->stamp(record); });
+    connect(m_service, &DStationService::sigToolIdentified, m_part, [this] { m_part->setActiveProgram(m_service->currentProgId()); });
+    connect(m_service, &DStationService::sigProgramSelected, m_part, [this](int progId) { m_part->setActiveProgram(progId); });
+    auto* proofing = new DErrorProofing(m_part, m_service, this);
+    proofing->setRequired(m_config.value(QStringLiteral("require-identifier")) == QLatin1String("true"));
+    auto* scanner = new DScannerLink(m_part, this);
+    scanner->configure(m_config);
+    scanner->start();
+    QString error;
+    auto* identify = new DIdentifyServer(m_part, this);
+    if (!identify->listen(journal, &error))
+        DMessageHandler::say(error);
 }
 
 // Stops listening the host's way, closes the link and the journal, then leaves the event loop.

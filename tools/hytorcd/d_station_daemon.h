@@ -2,6 +2,7 @@
 #define D_STATION_DAEMON_H
 
 #include "d_station_config.h"
+#include "d_station_part.h"
 
 #include <QObject>
 
@@ -10,7 +11,6 @@ class DOpServer;
 class DResultJournal;
 class DSignalWatcher;
 class DSimulatorProcess;
-class DStationPart;
 class DStationService;
 class DWebServer;
 class DWebStatus;
@@ -35,6 +35,8 @@ public:
 
 private:
     bool setUp(QString* error, int* status);
+    // The scanner, `hytorc identify`'s socket, error-proofing and the stamp on every result.
+    void setUpPart(const QString& station, const QString& journal);
     void onTerminate();
 
     DStationConfig m_config;
@@ -49,6 +51,7 @@ private:
     DStationPart* m_part = nullptr;
     DWebServer* m_web = nullptr;
     DWebStatus* m_webStatus = nullptr;
+    QHash<int, DStationPart::DProgramSettings> m_programs;
 };
 
 #endif // D_STATION_DAEMON_H

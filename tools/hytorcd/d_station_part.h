@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QVariantMap>
 
 #include <optional>
 
@@ -18,6 +19,8 @@ class DStationPart : public QObject
     Q_OBJECT
 public:
     static constexpr int c_identifierParts = 4;
+    static constexpr int c_identifierWidth = 25;
+    static constexpr int c_maxBatchSize = 99;
     enum EnBatchStatus { CeBatchNotCompleted = 0, CeBatchCompletedOk = 1, CeBatchNotUsed = 2 };
 
     // One program's settings; a limit not set is unknown.
@@ -29,11 +32,17 @@ public:
         int batchSize = 0;                // 0: no batch
     };
 
+    // The part, program and batch counter of the journal's last result are current again: a
+    // restart neither forgets the part on the station nor starts its batch afresh.
     DStationPart(DResultJournal* journal, const QString& station, QObject* parent = nullptr);
 
     // The settings file's programs, by id (1-based, as listProgram numbers them).
     void setProgramSettings(const QHash<int, DProgramSettings>& programs);
     DProgramSettings programSettings(int progId) const;
+    // The tool's status words that mean a good tightening (Open Protocol's op-good-status).
+    void setGoodStatus(const QStringList& words) { m_goodStatus = words; }
+    // With error-proofing, a done batch holds the tool locked until the next identifier.
+    void setLockAtBatchDone(bool enabled);
 
     // Makes `value` identifier part `part` (1 to 4) current; false with one line when it cannot be one.
     bool identify(int part, const QString& value, const QString& source, QString* error);
@@ -51,19 +60,32 @@ public:
     // Whether the tool is held locked because the batch is done (the relay "lock at batch done").
     bool isLockedAtBatchDone() const { return m_lockedAtBatchDone; }
 
+    // Adds to a result's record (before the journal takes it) the identifiers current now, the
+    // program's limits, the statuses judged by them and the batch it counted in.
+    void stamp(QVariantMap* record);
+    // One line on stderr and one row of the journal's events, so an auditor sees what happened and why.
+    void recordEvent(const QString& kind, const QString& text);
+
 signals:
     void sigIdentifiersChanged();
     void sigBatchChanged();
     void sigLockAtBatchDoneChanged(bool locked);
 
 private:
+    void countInBatch(bool good, QVariantMap* record);
+    void updateLockAtBatchDone();
+    void loadBatchSizes();
+    void restoreFromLastResult();
+
     DResultJournal* m_journal;
     QString m_station;
     QHash<int, DProgramSettings> m_programs;
     QHash<int, int> m_batchSizes;
     QStringList m_identifiers;
+    QStringList m_goodStatus{QStringLiteral("PASSED"), QStringLiteral("OK")};
     int m_activeProgram = 0;
     int m_batchCounter = 0;
+    bool m_lockAtBatchDone = false;
     bool m_lockedAtBatchDone = false;
 };
 

@@ -175,9 +175,14 @@ void DStationService::onFinished(quint64 runId, const QString& name, bool ok, co
 
 void DStationService::onResultsUpdated(quint64 runId, const QString&, const QVariantMap& changed)
 {
-    const QVariant record = changed.value(QStringLiteral("eventData"));
-    if (runId == m_listenRun && record.isValid())
-        journal(record.toMap());
+    const QVariant event = changed.value(QStringLiteral("eventData"));
+    if (runId != m_listenRun || !event.isValid())
+        return;
+    // Stamped as it arrives: the part current when it was tightened, whenever the journal takes it.
+    QVariantMap record = event.toMap();
+    if (m_stamp)
+        m_stamp(&record);
+    journal(record);
 }
 
 // Committed before anything else hears of it; a result the journal refused is said, never dropped silently.
@@ -236,13 +241,14 @@ void DStationService::setState(EnState state)
     }
 }
 
-void DStationService::runToolCommand(const QString& name, const QVariantMap& arguments, const DDone& done)
+void DStationService::runToolCommand(const QString& name, const QVariantMap& arguments, const DDone& done,
+                                     const QString& requester)
 {
     if (m_state != CeListening) {
         done(false, QStringLiteral("the tool's link is down"));
         return;
     }
-    m_orders.enqueue({name, arguments, done});
+    m_orders.enqueue({name, arguments, done, requester});
     runNextOrder();
 }
 
@@ -255,6 +261,8 @@ void DStationService::runNextOrder()
     runStep(order.name, order.arguments, [this, order](bool ok, const QVariantMap&) {
         m_orderRunning = false;
         const QString reason = ok ? QString() : QStringLiteral("%1 was not acknowledged by the tool").arg(order.name);
+        if (ok && order.name == QLatin1String("setLock"))
+            emit sigToolLockSet(order.arguments.value(QStringLiteral("lock")).toBool(), order.requester);
         order.done(ok, reason);
         runNextOrder();
     });

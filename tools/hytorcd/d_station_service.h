@@ -55,7 +55,11 @@ public:
 
     // Runs one tool command (setProgram, setLock, ...) on the link while it is up; commands run
     // one at a time, in the order asked. `done(false, reason)` at once when the tool is not connected.
-    void runToolCommand(const QString& name, const QVariantMap& arguments, const DDone& done);
+    // `requester` names the part of the station that asked (empty: a client).
+    void runToolCommand(const QString& name, const QVariantMap& arguments, const DDone& done,
+                        const QString& requester = QString());
+    // Called with each result's record before the journal takes it (the part's identifiers, batch).
+    void setStamp(const std::function<void(QVariantMap*)>& stamp) { m_stamp = stamp; }
 
 signals:
     // The tool is listening (true) or its link is down (false).
@@ -64,12 +68,15 @@ signals:
     void sigToolIdentified();
     // The active program changed (a command of ours or the panel's): its new id.
     void sigProgramSelected(int progId, const QDateTime& when);
+    // The tool acknowledged a setLock that `requester` asked for.
+    void sigToolLockSet(bool locked, const QString& requester);
 
 private:
     struct DOrder {
         QString name;
         QVariantMap arguments;
         DDone done;
+        QString requester;
     };
 
     void connectLink();
@@ -106,6 +113,7 @@ private:
     int m_backoffSeconds = 1;
     bool m_retrying = false;  // the first "retrying" of this outage was said
     QTimer m_retry;
+    std::function<void(QVariantMap*)> m_stamp;
 };
 
 #endif // D_STATION_SERVICE_H

@@ -1,5 +1,7 @@
 #include "d_pseudo_terminal.h"
 
+#include <QFile>
+#include <QFileInfo>
 #include <QSocketNotifier>
 
 #include <cerrno>
@@ -104,4 +106,22 @@ void DPseudoTerminal::onReadable()
         qWarning("reading the port: %s", std::strerror(errno));
     if (!received.isEmpty())
         emit sigBytesReceived(received);
+}
+
+bool DPseudoTerminal::linkAt(const QString& linkPath, QString* error) const
+{
+    const QFileInfo link(linkPath);
+    if (link.exists() && !link.isSymLink()) {
+        *error = QStringLiteral("%1 exists and is not a symlink").arg(linkPath);
+        return false;
+    }
+    const QByteArray path = QFile::encodeName(linkPath);
+    const QByteArray aside = path + ".new" + QByteArray::number(qint64(getpid()));
+    ::unlink(aside.constData());
+    if (::symlink(QFile::encodeName(m_slavePath).constData(), aside.constData()) != 0
+        || ::rename(aside.constData(), path.constData()) != 0) {
+        *error = QStringLiteral("cannot point %1 to the port: %2").arg(linkPath, QString::fromLocal8Bit(std::strerror(errno)));
+        return false;
+    }
+    return true;
 }

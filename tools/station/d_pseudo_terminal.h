@@ -22,6 +22,9 @@ public:
     QString slavePath() const { return m_slavePath; }
     // Non-blocking: the number of bytes taken (0 when the terminal is full), -1 on failure.
     qint64 write(const QByteArray& bytes);
+    // Points a symlink at `linkPath` to the slave (made aside and renamed over the old one, so
+    // that the path never misses); false when `linkPath` is something else than a symlink.
+    bool linkAt(const QString& linkPath, QString* error) const;
     // Closes both ends: for the host, the port vanishes.
     void close();
 

@@ -35,10 +35,25 @@ const QStringList c_migrations{
                    "CREATE TABLE tool_changes (at INTEGER NOT NULL, station TEXT NOT NULL,"
                    " previousSerial TEXT NOT NULL, serial TEXT NOT NULL);"
                    "CREATE TABLE state (key TEXT PRIMARY KEY, value TEXT NOT NULL);"),
-    // Version 2: what happened at the station beside its results (a lock and why, results lost).
+    // Version 2: what happened at the station beside its results (a lock and why, results lost), and
+    // the part behind each result: its identifiers, its batch, the program's limits then and the
+    // statuses judged by them. Rows of version 1 keep NULL there: nothing was known.
     QStringLiteral("CREATE TABLE events (id INTEGER PRIMARY KEY AUTOINCREMENT, at INTEGER NOT NULL,"
                    " station TEXT NOT NULL, kind TEXT NOT NULL, text TEXT NOT NULL);"
-                   "CREATE INDEX events_at ON events(at);"),
+                   "CREATE INDEX events_at ON events(at);"
+                   "ALTER TABLE results ADD COLUMN identifier TEXT;"
+                   "ALTER TABLE results ADD COLUMN identifier2 TEXT;"
+                   "ALTER TABLE results ADD COLUMN identifier3 TEXT;"
+                   "ALTER TABLE results ADD COLUMN identifier4 TEXT;"
+                   "ALTER TABLE results ADD COLUMN batchSize INTEGER;"
+                   "ALTER TABLE results ADD COLUMN batchCounter INTEGER;"
+                   "ALTER TABLE results ADD COLUMN batchStatus INTEGER;"
+                   "ALTER TABLE results ADD COLUMN torqueMin REAL;"
+                   "ALTER TABLE results ADD COLUMN torqueMax REAL;"
+                   "ALTER TABLE results ADD COLUMN angleMin REAL;"
+                   "ALTER TABLE results ADD COLUMN angleMax REAL;"
+                   "ALTER TABLE results ADD COLUMN torqueStatus TEXT;"
+                   "ALTER TABLE results ADD COLUMN angleStatus TEXT;"),
 };
 
 // 2026-11-23T08:00:00.123Z, written directly: QDateTime's formatting would take most of an export's time.
@@ -126,6 +141,11 @@ qint64 DResultJournal::append(const QVariantMap& record, const QString& station,
         const QVariant value = record.value(key);
         m_insert->addBindValue(DResultRecord::isNumeric(key) ? QVariant(value.toLongLong()) : QVariant(value.toString()));
     }
+    // What the station knew of the part: a key it did not stamp is NULL, "unknown" to every reader.
+    for (const QString& key : DResultRecord::partKeys()) {
+        const QVariant value = record.value(key);
+        m_insert->addBindValue(value.isValid() && !value.toString().isEmpty() ? value : QVariant(QVariant::String));
+    }
     if (!m_insert->exec()) {
         *error = fail(QStringLiteral("cannot commit a result"), *m_insert);
         return 0;
@@ -187,8 +207,10 @@ bool DResultJournal::forEach(const DQuery& query, const std::function<bool(const
     const QStringList& keys = DResultRecord::journalKeys();
     return forEachValues(query, [&](const QVariantList& values) {
         QVariantMap row;
-        for (int i = 0; i < keys.size(); ++i)
-            row.insert(keys.at(i), values.at(i));
+        for (int i = 0; i < keys.size(); ++i) {
+            if (!values.at(i).isNull())  // no value: no key
+                row.insert(keys.at(i), values.at(i));
+        }
         return each(row);
     }, error);
 }

@@ -84,7 +84,7 @@ const QStringList& DResultRecord::eventKeys()
 
 const QStringList& DResultRecord::journalKeys()
 {
-    static const QStringList keys = QStringList{"id", "receivedAt", "station", "toolSerial"} + eventKeys();
+    static const QStringList keys = QStringList{"id", "receivedAt", "station", "toolSerial"} + eventKeys() + partKeys();
     return keys;
 }
 
@@ -96,6 +96,33 @@ QStringList DResultRecord::identifierKeys()
             keys << key;
     }
     return keys;
+}
+
+const QStringList& DResultRecord::partKeys()
+{
+    static const QStringList keys{"identifier", "identifier2", "identifier3", "identifier4", "batchSize",
+                                  "batchCounter", "batchStatus", "torqueMin", "torqueMax", "angleMin",
+                                  "angleMax", "torqueStatus", "angleStatus"};
+    return keys;
+}
+
+std::optional<double> DResultRecord::newtonMetresPer(const QString& unit)
+{
+    QString word = unit.trimmed().toUpper();
+    word.remove(QLatin1Char('.'));
+    if (word == QLatin1String("NM"))
+        return 1.0;
+    if (word == QLatin1String("FTLB"))
+        return c_newtonMetresPerFootPound;
+    return std::nullopt;
+}
+
+std::optional<double> DResultRecord::newtonMetres(const QVariantMap& record)
+{
+    const std::optional<double> factor = newtonMetresPer(record.value(QStringLiteral("torqueUnit")).toString());
+    if (!factor)
+        return std::nullopt;
+    return record.value(QStringLiteral("convertedTorque")).toDouble() / 100.0 * *factor;
 }
 
 bool DResultRecord::isNumeric(const QString& key)
@@ -154,10 +181,3 @@ QByteArray DResultRecord::exportLine(const QVariantList& row, bool csv)
     return (csv ? csvLine(row) : jsonLine(row, journalKeys())) + '\n';
 }
 
-double DResultRecord::newtonMetres(double convertedTorque, const QString& unit)
-{
-    constexpr double c_newtonMetresPerFootPound = 1.3558179483;
-    QString word = unit.trimmed().toUpper();
-    word.remove(QLatin1Char('.'));
-    return convertedTorque / 100.0 * (word == QLatin1String("FTLB") ? c_newtonMetresPerFootPound : 1.0);
-}

@@ -74,7 +74,7 @@ void DSpc::add(qint64 id, double convertedTorque, QLatin1String unit, QLatin1Str
 {
     if (unit != QLatin1String(m_unit)) {
         m_unit = QByteArray(unit.data(), unit.size());
-        m_factor = DResultRecord::newtonMetres(1, unit);
+        m_factor = DResultRecord::newtonMetresPer(unit).value_or(1.0) / 100.0;
     }
     const double torque = convertedTorque * m_factor;
     m_ids.push_back(id);
