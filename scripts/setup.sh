@@ -8,7 +8,7 @@ packages=(
   qtbase5-dev qtdeclarative5-dev libqt5serialport5-dev
   qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts
   qttools5-dev-tools
-  libqt5sql5-sqlite
+  libqt5sql5-sqlite sqlite3
   libmosquitto-dev mosquitto mosquitto-clients openssl
   libbenchmark-dev
   clang libclang-rt-dev

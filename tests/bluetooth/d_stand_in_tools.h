@@ -2,6 +2,8 @@
 #define D_STAND_IN_TOOLS_H
 
 #include <QDir>
+#include <QProcess>
+#include <QTest>
 #include <QTemporaryDir>
 
 #include <fcntl.h>
@@ -66,6 +68,20 @@ public:
                 calls.append({line.section(' ', 0, 0).toLongLong(), line.section(' ', 1, 1).toLongLong(), line.section(' ', 2)});
         }
         return calls;
+    }
+
+    // A system bus of the test's own at dir()/bus, where no bluetooth service answers.
+    bool startSystemBus(QProcess* bus)
+    {
+        QFile::remove(m_dir.filePath("bus"));
+        QFile config(m_dir.filePath("bus.conf"));
+        config.open(QIODevice::WriteOnly);
+        config.write("<busconfig><type>system</type><listen>unix:path=" + m_dir.filePath("bus").toUtf8() + "</listen>"
+                     "<policy context='default'><allow user='*'/><allow send_destination='*'/>"
+                     "<allow receive_sender='*'/><allow own='*'/></policy></busconfig>");
+        config.close();
+        bus->start("dbus-daemon", {"--nofork", "--config-file=" + config.fileName()});
+        return QTest::qWaitFor([this] { return QFile::exists(m_dir.filePath("bus")); }, 5000);
     }
 
     // Serialises the use of /dev/rfcomm0 across the machine; false when it is a real device.
