@@ -333,7 +333,7 @@ private slots:
 
         const QList<QJsonObject> rows = exported(disk + "/results.db");
         QStringList expected = keysOf(sentReports(tool.stopAndReadRecord())), journaled = keysOf(rows);
-        QCOMPARE(rows.last().value("id").toInt(), rows.size());  // ids without a gap
+        QCOMPARE(rows.value(rows.size() - 1).value("id").toInt(), rows.size());  // ids without a gap
         expected = expected.mid(expected.indexOf(journaled.value(0)));
         const int lost = expected.size() - journaled.size();
         QVERIFY2(hold == 10000 ? lost == 0 : lost > 3, qPrintable(QString::number(lost)));
@@ -344,7 +344,7 @@ private slots:
         const QRegularExpression loss(QString("^results-lost\\|(%1 results lost: disk full from 20\\S+Z to 20\\S+Z)$").arg(lost));
         QVERIFY2(lost == 0 ? event.isEmpty() : loss.match(event).hasMatch(), event.constData());
         const QByteArray text = loss.match(event).captured(1).toUtf8();
-        QCOMPARE(station.count("results lost"), lost == 0 ? 0 : station.count(text));
+        QVERIFY(lost == 0 ? station.count("results lost") == 0 : station.count(text) == 1);
         QVERIFY2(status.contains("\"resultsLost\":\"" + text + "\"") == lost > 0, status.constData());
     }
 
