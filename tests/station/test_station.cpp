@@ -103,7 +103,8 @@ private slots:
     void resultsJournaledAndExported()
     {
         DSimulatedTool tool;
-        QVERIFY(tool.start({"--record", tool.recordPath(), "--event-shape", "mixed"}));
+        // Frames written twice, as a flaky radio link does: a doubled report is still one tightening.
+        QVERIFY(tool.start({"--record", tool.recordPath(), "--event-shape", "mixed", "--duplicate-writes", "100"}));
         QScopedPointer<DTimedHytorc> station(service(tool.linkPath(), journal()));
         QVERIFY(QTest::qWaitFor([&] { return station->count("listening") == 1; }, 20000));
         for (int i = 0; i < 6; ++i)
@@ -121,6 +122,7 @@ private slots:
         }
         const QList<QJsonObject> rows = exported(journal());
         QCOMPARE(rows.size(), published.size());
+        QVERIFY2(station->count(QByteArray::number(rows.size()) + " doubled report(s) dropped this run") == 1, station->errText().constData());
         for (int i = 0; i < rows.size(); ++i) {
             const QStringList f = published.at(i).split(',');
             const QJsonObject& row = rows.at(i);
@@ -346,25 +348,6 @@ private slots:
         const QByteArray text = loss.match(event).captured(1).toUtf8();
         QVERIFY(lost == 0 ? station.count("results lost") == 0 : station.count(text) == 1);
         QVERIFY2(status.contains("\"resultsLost\":\"" + text + "\"") == lost > 0, status.constData());
-    }
-
-    // A report frame written twice by the link is one tightening: journaled once, the copies counted.
-    void doubledReportsJournaledOnce()
-    {
-        DSimulatedTool tool;
-        QVERIFY(tool.start({"--record", tool.recordPath(), "--duplicate-writes", "40"}));
-        QScopedPointer<DTimedHytorc> station(service(tool.linkPath(), m_dir.filePath("doubled.db")));
-        QVERIFY(QTest::qWaitFor([&] { return station->count("listening") == 1; }, 30000));
-        for (int i = 0; i < 20; ++i, QTest::qWait(150))
-            tool.say("event");
-        QTest::qWait(1500);
-        station->process.terminate();
-        QVERIFY(station->waitForEnd(5000));
-        const QJsonObject record = tool.stopAndReadRecord();
-        const QByteArray copies = QByteArray::number(QJsonDocument(record).toJson().count("\"copies\": 2"));
-        QCOMPARE(keysOf(exported(m_dir.filePath("doubled.db"))), keysOf(sentReports(record)));
-        QVERIFY2(copies != "0" && station->count("doubled report dropped: the same tightening came twice over the link") >= 1
-                     && station->count(copies + " doubled report(s) dropped this run") == 1, station->errText().constData());
     }
 
     // --bluetooth without the bluetooth service or without a system bus: the command line's words,
