@@ -34,6 +34,7 @@ public:
         if (m_lock >= 0 && QFileInfo(c_rfcomm).isSymLink())
             QFile::remove(c_rfcomm);
         ::close(m_lock);
+        m_bus.terminate(), m_bus.waitForFinished(5000);
     }
 
     QString dir() const { return m_dir.path(); }
@@ -70,8 +71,8 @@ public:
         return calls;
     }
 
-    // A system bus of the test's own at dir()/bus, where no bluetooth service answers.
-    bool startSystemBus(QProcess* bus)
+    // A system bus of the test's own at dir()/bus, where no bluetooth service answers, until the end.
+    bool startSystemBus()
     {
         QFile::remove(m_dir.filePath("bus"));
         QFile config(m_dir.filePath("bus.conf"));
@@ -80,7 +81,7 @@ public:
                      "<policy context='default'><allow user='*'/><allow send_destination='*'/>"
                      "<allow receive_sender='*'/><allow own='*'/></policy></busconfig>");
         config.close();
-        bus->start("dbus-daemon", {"--nofork", "--config-file=" + config.fileName()});
+        m_bus.start("dbus-daemon", {"--nofork", "--config-file=" + config.fileName()});
         return QTest::qWaitFor([this] { return QFile::exists(m_dir.filePath("bus")); }, 5000);
     }
 
@@ -96,6 +97,7 @@ private:
     const QString c_rfcomm = QStringLiteral("/dev/rfcomm0");
     QTemporaryDir m_dir;
     int m_lock = -1;
+    QProcess m_bus;
     bool m_alone = false;
 };
 
