@@ -294,26 +294,27 @@ bool DResultJournal::checkKind(QString* error) const
         QSqlDatabase db = QSqlDatabase::addDatabase(c_driver, name);
         db.setDatabaseName(m_path);
         db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=5000"));
-        QSqlQuery query(db.open() ? db : QSqlDatabase());
-        if (db.isOpen() && query.exec(QStringLiteral("SELECT (SELECT user_version FROM pragma_user_version),"
-                                                     " (SELECT count(*) FROM sqlite_master)")) && query.next()) {
-            version = query.value(0).toInt();
-            tables = query.value(1).toInt();
-        } else {
-            failure = db.isOpen() ? query.lastError().text() : db.lastError().text();
-        }
+        QSqlQuery query(db);
+        if (!db.open())
+            failure = db.lastError().text();
+        else if (query.exec(QStringLiteral("SELECT (SELECT user_version FROM pragma_user_version),"
+                                           " (SELECT count(*) FROM sqlite_master)")) && query.next())
+            version = query.value(0).toInt(), tables = query.value(1).toInt();
+        else
+            failure = query.lastError().text();
     }
     QSqlDatabase::removeDatabase(name);
     if (!failure.isEmpty())
-        *error = QStringLiteral("journal %1: %2").arg(m_path, failure);
+        failure = QStringLiteral("journal %1: %2").arg(m_path, failure);
     else if (version > schemaVersion())
-        *error = QStringLiteral("journal %1: schema version %2 is newer than this program's %3; use a newer %4 "
-                                "(the file is left as it is)")
+        failure = QStringLiteral("journal %1: schema version %2 is newer than this program's %3; use a newer %4 "
+                                 "(the file is left as it is)")
                      .arg(m_path).arg(version).arg(schemaVersion()).arg(QCoreApplication::applicationName());
     else if (version == 0 && tables > 0)
-        *error = QStringLiteral("journal %1 is another program's SQLite file, not a result journal: name another "
-                                "one (--journal); the file is left as it is").arg(m_path);
-    return error->isEmpty();
+        failure = QStringLiteral("journal %1 is another program's SQLite file, not a result journal: name another "
+                                 "one (--journal); the file is left as it is").arg(m_path);
+    *error = failure;
+    return failure.isEmpty();
 }
 
 // A journal that cannot take a result is refused at start, not found out at the first tightening.
