@@ -8,7 +8,7 @@ packages=(
   qtbase5-dev qtdeclarative5-dev libqt5serialport5-dev
   qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts
   qttools5-dev-tools
-  libqt5sql5-sqlite libsqlite3-dev
+  libqt5sql5-sqlite libsqlite3-dev sqlite3
   libmosquitto-dev mosquitto mosquitto-clients openssl
   libcpp-httplib-dev libjs-chart.js chromium
   libbenchmark-dev

@@ -2,6 +2,8 @@
 #define D_STAND_IN_TOOLS_H
 
 #include <QDir>
+#include <QProcess>
+#include <QTest>
 #include <QTemporaryDir>
 
 #include <fcntl.h>
@@ -32,6 +34,7 @@ public:
         if (m_lock >= 0 && QFileInfo(c_rfcomm).isSymLink())
             QFile::remove(c_rfcomm);
         ::close(m_lock);
+        m_bus.terminate(), m_bus.waitForFinished(5000);
     }
 
     QString dir() const { return m_dir.path(); }
@@ -68,6 +71,20 @@ public:
         return calls;
     }
 
+    // A system bus of the test's own at dir()/bus, where no bluetooth service answers, until the end.
+    bool startSystemBus()
+    {
+        QFile::remove(m_dir.filePath("bus"));
+        QFile config(m_dir.filePath("bus.conf"));
+        config.open(QIODevice::WriteOnly);
+        config.write("<busconfig><type>system</type><listen>unix:path=" + m_dir.filePath("bus").toUtf8() + "</listen>"
+                     "<policy context='default'><allow user='*'/><allow send_destination='*'/>"
+                     "<allow receive_sender='*'/><allow own='*'/></policy></busconfig>");
+        config.close();
+        m_bus.start("dbus-daemon", {"--nofork", "--config-file=" + config.fileName()});
+        return QTest::qWaitFor([this] { return QFile::exists(m_dir.filePath("bus")); }, 5000);
+    }
+
     // Serialises the use of /dev/rfcomm0 across the machine; false when it is a real device.
     bool lockRfcomm()
     {
@@ -80,6 +97,7 @@ private:
     const QString c_rfcomm = QStringLiteral("/dev/rfcomm0");
     QTemporaryDir m_dir;
     int m_lock = -1;
+    QProcess m_bus;
     bool m_alone = false;
 };
 

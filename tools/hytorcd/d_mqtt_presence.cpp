@@ -33,14 +33,25 @@ QByteArray DMqttPresence::status(bool online) const
 {
     const bool tool = online && m_toolConnected;
     static const QStringList keys{QStringLiteral("state"), QStringLiteral("tool"), QStringLiteral("toolSerial"),
-                                  QStringLiteral("since")};
-    const QVariantMap values{
+                                  QStringLiteral("since"), QStringLiteral("resultsLost")};
+    QVariantMap values{
         {keys.at(0), online ? QStringLiteral("online") : QStringLiteral("offline")},
         {keys.at(1), tool ? QStringLiteral("connected") : QStringLiteral("disconnected")},
         {keys.at(2), m_service->toolSerial()},
         {keys.at(3), m_since.toString(Qt::ISODateWithMs)},
     };
+    if (!m_resultsLost.isEmpty())
+        values.insert(keys.at(4), m_resultsLost);
     return DResultRecord::jsonLine(values, keys);
+}
+
+void DMqttPresence::onEventRecorded(const QString& kind, const QString& text)
+{
+    if (kind != QLatin1String("results-lost"))
+        return;
+    m_resultsLost = text;
+    m_link->setWill(m_statusTopic, status(false));
+    m_link->publish(m_statusTopic, status(true), true);
 }
 
 void DMqttPresence::onToolStateChanged(bool connected)

@@ -10,7 +10,8 @@ class DStationService;
 
 // What a dashboard shows of the station, retained at the broker: PREFIX/status (the station
 // online or offline, its tool connected or not, since when; the broker's last will says
-// offline when the station dies) and PREFIX/tool (the tool's identity and programs).
+// offline when the station dies; "resultsLost", the journal's text of the last loss this run, once
+// results were lost) and PREFIX/tool (the tool's identity and programs).
 class DMqttPresence : public QObject
 {
     Q_OBJECT
@@ -19,6 +20,8 @@ public:
 
     // Publishes the offline status, before a clean disconnect.
     void goOffline();
+    // The journal recorded an event: a loss of results is published at once in the status.
+    void onEventRecorded(const QString& kind, const QString& text);
 
 private:
     QByteArray status(bool online) const;
@@ -32,6 +35,7 @@ private:
     QByteArray m_toolTopic;
     bool m_toolConnected = false;
     QDateTime m_since;
+    QString m_resultsLost;
 };
 
 #endif // D_MQTT_PRESENCE_H

@@ -4,6 +4,7 @@
 #include "d_mqtt_presence.h"
 #include "d_mqtt_publisher.h"
 #include "d_mqtt_settings.h"
+#include "d_result_journal.h"
 #include "d_station_service.h"
 
 namespace {
@@ -30,6 +31,7 @@ bool DMqttReporter::start(const DStationConfig& config, QString* error)
     m_link = new DMqttLink(settings, this);
     m_publisher = new DMqttPublisher(m_journal, m_link, settings.topic, this);
     m_presence = new DMqttPresence(m_service, m_link, settings.topic, this);
+    connect(m_journal, &DResultJournal::sigEventRecorded, m_presence, &DMqttPresence::onEventRecorded);
     m_link->open();
     return true;
 }

@@ -1,6 +1,5 @@
 #include "d_station_daemon.h"
 
-#include "d_external_programs.h"
 #include "d_message_handler.h"
 #include "d_mqtt_reporter.h"
 #include "d_op_server.h"
@@ -98,10 +97,6 @@ bool DStationDaemon::setUp(QString* error, int* status)
     }
     const QString bluetooth = m_config.value(QStringLiteral("bluetooth")).trimmed();
     QString device = m_config.value(QStringLiteral("device"));
-    // Binding a tool needs the system's Bluetooth programs and bus: said once, not retried for ever.
-    *error = bluetooth.isEmpty() ? QString() : DExternalPrograms().missingFor({QStringLiteral("searchAndConnect")});
-    if (!error->isEmpty())
-        return false;
     if (bluetooth.isEmpty() && device.isEmpty()) {
         m_simulator = new DSimulatorProcess(false);
         // A newcomer sees results arrive without a tool.
@@ -110,6 +105,7 @@ bool DStationDaemon::setUp(QString* error, int* status)
         DMessageHandler::say(QStringLiteral("no --device given: using the tool simulator at %1").arg(device));
     }
     m_service = new DStationService(m_workstation, m_journal, station);
+    m_service->setHoldLimit(m_config.intValue(QStringLiteral("hold")));
     setUpPart(station, journal);
     if (m_config.isSet(QStringLiteral("mqtt"))) {
         m_mqtt = new DMqttReporter(m_journal, m_service, this);

@@ -2,8 +2,10 @@
 
 #include "d_abstract_plugin.h"
 #include "d_command_runner.h"
+#include "d_external_programs.h"
 #include "d_link_supervisor.h"
 #include "d_message_handler.h"
+#include "d_result_hold.h"
 #include "d_result_journal.h"
 #include "d_workstation.h"
 
@@ -35,6 +37,10 @@ QList<DStationConfig::DKey> DStationService::configKeys()
         {QStringLiteral("station"), QString(), QStringLiteral("a name of 1 to 25 characters"),
          [](const QString& text) { return !text.trimmed().isEmpty() && text.trimmed().size() <= 25; },
          QStringLiteral("The station's name in every result. Default: the host name.")},
+        {QStringLiteral("hold"), QString::number(DResultHold::c_defaultLimit), QStringLiteral("a count, 1 to 1000000"),
+         DStationConfig::integer(1, 1000000),
+         QStringLiteral("Results held in memory while the journal refuses them (a full disk); past it the oldest are "
+                        "kept and the loss is recorded.")},
     };
 }
 
@@ -46,6 +52,7 @@ DStationService::DStationService(DWorkstation* workstation, DResultJournal* jour
     , m_device(workstation->device())
     , m_link(new DLinkSupervisor(workstation->router(), workstation->driver(), this))
     , m_journal(journal)
+    , m_hold(new DResultHold(journal, station, this))
     , m_station(station)
 {
     m_retry.setSingleShot(true);
@@ -63,6 +70,8 @@ DStationService::DStationService(DWorkstation* workstation, DResultJournal* jour
 
 DStationService::~DStationService() = default;
 
+void DStationService::setHoldLimit(int limit) { m_hold->setLimit(limit); }
+
 void DStationService::start(const QString& devicePath, const QString& bluetoothSerial)
 {
     m_devicePath = devicePath;
@@ -79,21 +88,31 @@ int DStationService::currentProgId() const
 void DStationService::connectLink()
 {
     setState(CeConnecting);
-    if (!m_bluetoothSerial.isEmpty() && (m_devicePath.isEmpty() || m_link->isLost())) {
-        runStep(QStringLiteral("searchAndConnect"), {{QStringLiteral("serialId"), m_bluetoothSerial}},
-                [this](bool ok, const QVariantMap&) {
-                    if (ok)
-                        identify();
-                    else
-                        waitAndRetry(QStringLiteral("searchAndConnect %1 failed").arg(m_bluetoothSerial));
-                });
-        return;
-    }
+    if (!m_bluetoothSerial.isEmpty() && (m_devicePath.isEmpty() || m_link->isLost()))
+        return searchAndConnect();
     QString error;
     if (m_link->open(m_devicePath, &error))
         identify();
     else
         waitAndRetry(error);
+}
+
+// Without the system's Bluetooth programs, bus or service, searchAndConnect would only wait for
+// its timeout: said at once, as the command line says it, and tried again like any outage.
+void DStationService::searchAndConnect()
+{
+    QString missing = DExternalPrograms().missingFor({QStringLiteral("searchAndConnect")});
+    if (missing.isEmpty())
+        missing = DExternalPrograms::bluetoothServiceMissing();
+    if (!missing.isEmpty())
+        return waitAndRetry(missing);
+    runStep(QStringLiteral("searchAndConnect"), {{QStringLiteral("serialId"), m_bluetoothSerial}},
+            [this](bool ok, const QVariantMap&) {
+                if (ok)
+                    identify();
+                else
+                    waitAndRetry(QStringLiteral("searchAndConnect %1 failed").arg(m_bluetoothSerial));
+            });
 }
 
 void DStationService::identify()
@@ -178,19 +197,23 @@ void DStationService::onResultsUpdated(quint64 runId, const QString&, const QVar
     const QVariant event = changed.value(QStringLiteral("eventData"));
     if (runId != m_listenRun || !event.isValid())
         return;
-    // Stamped as it arrives: the part current when it was tightened, whenever the journal takes it.
     QVariantMap record = event.toMap();
+    // A warning, so that a burst of copies is counted in one line. Compared before the stamp: the
+    // tool's own fields alone say whether it is the same tightening.
+    if (m_doubles.isDouble(record, QDateTime::currentMSecsSinceEpoch())) {
+        qWarning("doubled report dropped: the same tightening came twice over the link");
+        return;
+    }
+    // Stamped as it arrives: the part current when it was tightened, whenever the journal takes it.
     if (m_stamp)
         m_stamp(&record);
     journal(record);
 }
 
-// Committed before anything else hears of it; a result the journal refused is said, never dropped silently.
+// Committed before anything else hears of it; while the journal refuses, held in order, never dropped silently.
 void DStationService::journal(const QVariantMap& record)
 {
-    QString error;
-    if (m_journal->append(record, m_station, m_toolSerial, &error) == 0)
-        DMessageHandler::say(QStringLiteral("result lost: %1").arg(error));
+    m_hold->take(record, m_toolSerial);
 }
 
 void DStationService::onLinkLost()
@@ -278,5 +301,8 @@ void DStationService::stop(const std::function<void()>& done)
     if (m_listenRun)
         m_runner->stop(m_device, QStringLiteral("stopListening"));
     m_link->close();
+    m_hold->flush();
+    if (m_doubles.count() > 0)
+        DMessageHandler::say(QStringLiteral("%1 doubled report(s) dropped this run").arg(m_doubles.count()));
     done();
 }

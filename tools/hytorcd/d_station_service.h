@@ -1,6 +1,7 @@
 #ifndef D_STATION_SERVICE_H
 #define D_STATION_SERVICE_H
 
+#include "d_doubled_reports.h"
 #include "d_station_config.h"
 
 #include <QDateTime>
@@ -15,6 +16,7 @@
 class DAbstractPlugin;
 class DCommandRunner;
 class DLinkSupervisor;
+class DResultHold;
 class DResultJournal;
 class DWorkstation;
 
@@ -30,13 +32,15 @@ public:
     enum EnState { CeStopped, CeConnecting, CeIdentifying, CeListening, CeWaiting };
     using DDone = std::function<void(bool ok, const QString& reason)>;
 
-    // The keys this part reads: device, bluetooth, journal, station.
+    // The keys this part reads: device, bluetooth, journal, station, hold.
     static QList<DStationConfig::DKey> configKeys();
 
     DStationService(DWorkstation* workstation, DResultJournal* journal, const QString& station,
                     QObject* parent = nullptr);
     ~DStationService() override;
 
+    // How many results are held in memory while the journal refuses them.
+    void setHoldLimit(int limit);
     // `devicePath` is a serial port; with a Bluetooth address instead, searchAndConnect binds it.
     void start(const QString& devicePath, const QString& bluetoothSerial);
     // Stops the listening the host's way ("stopListening") and closes the link; `done` once it has.
@@ -80,6 +84,7 @@ private:
     };
 
     void connectLink();
+    void searchAndConnect();
     void identify();
     void startListening();
     void runStep(const QString& name, const QVariantMap& arguments,
@@ -97,6 +102,8 @@ private:
     DAbstractPlugin* m_device;
     DLinkSupervisor* m_link;
     DResultJournal* m_journal;
+    DResultHold* m_hold;
+    DDoubledReports m_doubles;
     QString m_station;
     QString m_devicePath;
     QString m_bluetoothSerial;

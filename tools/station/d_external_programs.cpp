@@ -65,6 +65,9 @@ QString packageOf(const QString& program)
     return c_workers.contains(program) ? QStringLiteral("bluez") : QStringLiteral("coreutils");
 }
 
+const QString c_serviceOnBus =
+    QStringLiteral("the bluetooth service is on the system bus: is an adapter there and powered (bluetoothctl show)?");
+
 // What a program that waits for bluetoothd should have checked: the service's name on the
 // system bus, when the bus answers; the question alone when it does not.
 QString serviceCheck()
@@ -77,7 +80,7 @@ QString serviceCheck()
     if (answer.type() != QDBusMessage::ReplyMessage)
         return c_checkService;
     return answer.arguments().value(0).toBool()
-        ? QStringLiteral("the bluetooth service is on the system bus: is an adapter there and powered (bluetoothctl show)?")
+        ? c_serviceOnBus
         : QStringLiteral("the bluetooth service (org.bluez) is not on the system bus: start it (service bluetooth start)");
 }
 
@@ -114,6 +117,12 @@ QString DExternalPrograms::missingFor(const QStringList& commands) const
         return QStringLiteral("no system bus at %1: bluetoothctl cannot reach the bluetooth service; "
                               "start it (service dbus start; service bluetooth start)").arg(bus);
     return QString();
+}
+
+QString DExternalPrograms::bluetoothServiceMissing()
+{
+    const QString check = serviceCheck();
+    return check == c_serviceOnBus || check == c_checkService ? QString() : check;
 }
 
 bool DExternalPrograms::runsPrograms(const QString& command)

@@ -15,6 +15,9 @@ public:
     void spare(qint64 pid);
     // Empty when the commands can run here; else one line: what is missing and what to do.
     QString missingFor(const QStringList& commands) const;
+    // The line that says what to check when the system bus answers that the bluetooth service is
+    // not on it; empty otherwise (a bus that does not answer is left to the programs' own timeouts).
+    static QString bluetoothServiceMissing();
     // The command runs system programs: it ends by itself, within --timeout.
     static bool runsPrograms(const QString& command);
     // "program arguments" of the system program running now; empty when none.

@@ -2,6 +2,7 @@
 
 #include "d_result_record.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
@@ -14,14 +15,20 @@
 
 #include <sqlite3.h>
 
+#include <cerrno>
 #include <limits>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <fcntl.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace {
 
 const QString c_driver = QStringLiteral("QSQLITE");
+// Below this, a journal would refuse its first results: the start is refused instead.
+constexpr quint64 c_minFreeBytes = 64 * 1024;
 
 // Each step takes the schema from its index to the next version; a new file runs them all.
 const QStringList c_migrations{
@@ -99,6 +106,13 @@ bool DResultJournal::open(const QString& path, EnMode mode, QString* error)
         *error = QStringLiteral("journal %1: cannot create its folder").arg(path);
         return false;
     }
+    // Everything that refuses a file comes before the first write to it.
+    if (mode == CeWriter && !checkWritable(error))
+        return false;
+    if (file.exists() && file.size() > 0 && !checkKind(error))
+        return false;
+    if (mode == CeWriter && !m_lock.take(path, error))
+        return false;
     QSqlDatabase db = QSqlDatabase::addDatabase(c_driver, m_connection);
     db.setDatabaseName(path);
     // A reader that may not write the folder still reads; WAL keeps it from blocking the writer.
@@ -111,8 +125,8 @@ bool DResultJournal::open(const QString& path, EnMode mode, QString* error)
     }
     if (mode == CeReader)
         return exec(QStringLiteral("SELECT count(*) FROM sqlite_master"), error);
-    if (!exec(QStringLiteral("PRAGMA journal_mode=WAL"), error) || !exec(QStringLiteral("PRAGMA synchronous=FULL"), error)
-        || !check(error) || !migrate(error))
+    if (!check(error) || !probe(error) || !exec(QStringLiteral("PRAGMA journal_mode=WAL"), error)
+        || !exec(QStringLiteral("PRAGMA synchronous=FULL"), error) || !migrate(error))
         return false;
     m_insert = new QSqlQuery(db);
     const QStringList columns = DResultRecord::journalKeys().mid(1);
@@ -129,12 +143,13 @@ void DResultJournal::close()
         return;
     QSqlDatabase::database(m_connection, false).close();
     QSqlDatabase::removeDatabase(m_connection);
+    m_lock.release();
 }
 
 qint64 DResultJournal::append(const QVariantMap& record, const QString& station, const QString& toolSerial,
-                              QString* error)
+                              QString* error, qint64 receivedAtMs)
 {
-    m_insert->addBindValue(QDateTime::currentMSecsSinceEpoch());
+    m_insert->addBindValue(receivedAtMs > 0 ? receivedAtMs : QDateTime::currentMSecsSinceEpoch());
     m_insert->addBindValue(station);
     m_insert->addBindValue(toolSerial);
     for (const QString& key : DResultRecord::eventKeys()) {
@@ -353,17 +368,12 @@ bool DResultJournal::exec(const QString& statement, QString* error) const
     return false;
 }
 
-// Steps a file of an older schema forward, each step in one transaction; a newer file is refused.
+// Steps a file of an older schema forward, each step in one transaction (a newer one was refused by checkKind).
 bool DResultJournal::migrate(QString* error)
 {
     QSqlDatabase db = QSqlDatabase::database(m_connection, false);
     QSqlQuery version(QStringLiteral("PRAGMA user_version"), db);
     const int current = version.next() ? version.value(0).toInt() : 0;
-    if (current > schemaVersion()) {
-        *error = QStringLiteral("journal %1: schema version %2 is newer than this program's %3; use a newer hytorcd")
-                     .arg(m_path).arg(current).arg(schemaVersion());
-        return false;
-    }
     for (int step = current; step < schemaVersion(); ++step) {
         db.transaction();
         for (const QString& statement : c_migrations.at(step).split(';', Qt::SkipEmptyParts)) {
@@ -378,6 +388,77 @@ bool DResultJournal::migrate(QString* error)
         }
     }
     return true;
+}
+
+// Read-only, so that a file refused here is left byte for byte as it was (no WAL switch, no -wal beside it).
+bool DResultJournal::checkKind(QString* error) const
+{
+    const QString name = m_connection + QStringLiteral("-kind");
+    QString failure;
+    int version = 0;
+    int tables = 0;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(c_driver, name);
+        db.setDatabaseName(m_path);
+        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=5000"));
+        QSqlQuery query(db);
+        if (!db.open())
+            failure = db.lastError().text();
+        else if (query.exec(QStringLiteral("SELECT (SELECT user_version FROM pragma_user_version),"
+                                           " (SELECT count(*) FROM sqlite_master)")) && query.next())
+            version = query.value(0).toInt(), tables = query.value(1).toInt();
+        else
+            failure = query.lastError().text();
+    }
+    QSqlDatabase::removeDatabase(name);
+    if (!failure.isEmpty())
+        failure = QStringLiteral("journal %1: %2").arg(m_path, failure);
+    else if (version > schemaVersion())
+        failure = QStringLiteral("journal %1: schema version %2 is newer than this program's %3; use a newer %4 "
+                                 "(the file is left as it is)")
+                     .arg(m_path).arg(version).arg(schemaVersion()).arg(QCoreApplication::applicationName());
+    else if (version == 0 && tables > 0)
+        failure = QStringLiteral("journal %1 is another program's SQLite file, not a result journal: name another "
+                                 "one (--journal); the file is left as it is").arg(m_path);
+    *error = failure;
+    return failure.isEmpty();
+}
+
+// A journal that cannot take a result is refused at start, not found out at the first tightening.
+bool DResultJournal::checkWritable(QString* error) const
+{
+    const QFileInfo file(m_path);
+    const QByteArray folder = QFile::encodeName(file.absolutePath());
+    const auto writable = [](const QByteArray& path) { return ::faccessat(AT_FDCWD, path.constData(), W_OK, AT_EACCESS) == 0; };
+    struct statvfs space = {};
+    QString problem;
+    if (!writable(folder))
+        problem = QStringLiteral("its folder %1 is read-only (%2): check the folder's owner, mode and mount")
+                      .arg(file.absolutePath(), QString::fromLocal8Bit(std::strerror(errno)));
+    else if (file.exists() && !writable(QFile::encodeName(m_path)))
+        problem = QStringLiteral("the file is read-only (%1): check its owner and mode (ls -l %2)")
+                      .arg(QString::fromLocal8Bit(std::strerror(errno)), m_path);
+    else if (::statvfs(folder.constData(), &space) == 0 && quint64(space.f_bavail) * space.f_frsize < c_minFreeBytes)
+        problem = QStringLiteral("no space left on its file system (%1 KiB free): free some space there")
+                      .arg(quint64(space.f_bavail) * space.f_frsize / 1024);
+    if (problem.isEmpty())
+        return true;
+    *error = QStringLiteral("journal %1: %2").arg(m_path, problem);
+    return false;
+}
+
+// A write in a transaction that is rolled back: the file takes writes, and nothing in it changed.
+bool DResultJournal::probe(QString* error)
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection, false));
+    const bool written = query.exec(QStringLiteral("BEGIN IMMEDIATE"))
+                         && query.exec(QStringLiteral("CREATE TABLE hytorcd_probe (x)"));
+    const QString failure = query.lastError().text();
+    query.exec(QStringLiteral("ROLLBACK"));
+    if (written)
+        return true;
+    *error = QStringLiteral("journal %1 cannot be written (%2): check its file, folder and file system").arg(m_path, failure);
+    return false;
 }
 
 bool DResultJournal::check(QString* error) const

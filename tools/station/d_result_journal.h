@@ -1,6 +1,8 @@
 #ifndef D_RESULT_JOURNAL_H
 #define D_RESULT_JOURNAL_H
 
+#include "d_journal_lock.h"
+
 #include <QObject>
 #include <QSqlQuery>
 #include <QString>
@@ -48,13 +50,17 @@ public:
     ~DResultJournal() override;
 
     // The writer creates the file (and its folder) or migrates it to this schema, and checks
-    // it; the reader only reads a file that exists. False with one line naming the file.
+    // it; the reader only reads a file that exists. False with one line naming the file. A file
+    // of a newer schema or of another program is refused by both before anything is written;
+    // the writer also proves it writable and takes JOURNAL.lock for as long as it is open.
     bool open(const QString& path, EnMode mode, QString* error);
     void close();
     QString path() const { return m_path; }
 
     // Commits one result (the listener's record) and emits sigCommitted; its id, or 0 with a reason.
-    qint64 append(const QVariantMap& record, const QString& station, const QString& toolSerial, QString* error);
+    // `receivedAtMs`: when the station received it (0: now).
+    qint64 append(const QVariantMap& record, const QString& station, const QString& toolSerial, QString* error,
+                  qint64 receivedAtMs = 0);
     // A tool of another serial on the station's port.
     bool recordToolChange(const QString& station, const QString& previousSerial, const QString& serial,
                           QString* error);
@@ -99,12 +105,16 @@ private:
     static QString select(const DQuery& query, const QStringList& columns, QVariantList* binds);
     bool migrate(QString* error);
     bool check(QString* error) const;
+    bool checkKind(QString* error) const;
+    bool checkWritable(QString* error) const;
+    bool probe(QString* error);
     QString fail(const QString& what, const QSqlQuery& query) const;
     static void valuesOf(const QSqlQuery& query, int count, int receivedAt, QVariantList* values);
 
     QString m_connection;
     QString m_path;
     QSqlQuery* m_insert = nullptr;
+    DJournalLock m_lock;
 };
 
 #endif // D_RESULT_JOURNAL_H

@@ -19,7 +19,16 @@ sigset_t terminationSignals()
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGHUP);
     return set;
+}
+
+// A hang-up ends the program as SIGTERM does, unless it was started to ignore it (nohup).
+bool hangUpIgnored()
+{
+    struct sigaction current = {};
+    sigaction(SIGHUP, nullptr, &current);
+    return current.sa_handler == SIG_IGN;
 }
 
 void onTerminationSignal(int signalNumber)
@@ -62,6 +71,8 @@ DSignalWatcher::DSignalWatcher(QObject* parent) : QObject(parent)
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    if (!hangUpIgnored())
+        sigaction(SIGHUP, &action, nullptr);
     const sigset_t set = terminationSignals();
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Read, this);

@@ -5,7 +5,7 @@
 
 class QSocketNotifier;
 
-// Turns SIGINT and SIGTERM into a Qt signal, woken through a pipe on the event loop,
+// Turns SIGINT, SIGTERM and SIGHUP into a Qt signal, woken through a pipe on the event loop,
 // so that the simulator leaves through its normal clean-up.
 class DSignalWatcher : public QObject
 {
@@ -14,7 +14,7 @@ class DSignalWatcher : public QObject
 public:
     // Must run before any thread starts, so that every thread inherits the mask.
     static void blockTerminationSignals();
-    // SIGINT or SIGTERM has arrived, even if the event loop has not yet said so.
+    // SIGINT, SIGTERM or SIGHUP has arrived, even if the event loop has not yet said so.
     static bool terminationReceived();
 
     explicit DSignalWatcher(QObject* parent = nullptr);
