@@ -17,7 +17,8 @@
 
 DStationDaemon::DStationDaemon(QObject* parent)
     : QObject(parent)
-    , m_config(configKeys())
+    , m_config(configKeys(), QStringLiteral("The HYTORC station service: keeps the tool connected and every tightening "
+                                            "result in a journal."))
 {
 }
 

@@ -5,8 +5,8 @@
 
 #include <QString>
 
-// Where and how hytorcd reaches the plant's MQTT broker: the mqtt-* keys, checked and with
-// their defaults filled in. The password comes from a file, never from the command line.
+// Where and how a station program reaches the plant's MQTT broker: the mqtt-* keys, checked and
+// with their defaults filled in. The password comes from a file, never from the command line.
 struct DMqttSettings {
     QString host;
     int port = 0;
@@ -18,10 +18,14 @@ struct DMqttSettings {
     QString password;
     QString topic;     // the prefix of every topic: PREFIX/results, PREFIX/status, PREFIX/tool
     QString clientId;
+    bool cleanSession = true;  // false: the broker keeps the client's subscriptions and queues for it while it is away
 
-    static QList<DStationConfig::DKey> configKeys();
-    // From the keys set in `config`; false with one line naming the key at fault.
-    bool read(const DStationConfig& config, const QString& station, QString* error);
+    // The connection's keys: mqtt, mqtt-ca, mqtt-cert, mqtt-key, mqtt-user, mqtt-password-file, mqtt-client-id.
+    static QList<DStationConfig::DKey> configKeys(const QString& clientIdDefault);
+    // A topic the broker takes as it is: no wildcards, no empty level at either end.
+    static bool validTopic(const QString& text);
+    // The connection's keys set in `config`; false with one line naming the key at fault.
+    bool read(const DStationConfig& config, const QString& clientIdDefault, QString* error);
     // mqtt://host:port or mqtts://host:port, as said in messages.
     QString url() const;
     // Fills host, port and tls from `url`; false when it is not mqtt(s)://host[:port].

@@ -10,8 +10,9 @@ const QString c_configOption = QStringLiteral("config");
 const QString c_verboseOption = QStringLiteral("verbose");
 } // namespace
 
-DStationConfig::DStationConfig(const QList<DKey>& keys)
+DStationConfig::DStationConfig(const QList<DKey>& keys, const QString& description)
     : m_keys(keys)
+    , m_description(description)
 {
 }
 
@@ -19,8 +20,8 @@ bool DStationConfig::parse(const QStringList& arguments, QString* message, bool*
 {
     *helpShown = false;
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("The HYTORC station service: keeps the tool connected and every tightening result in a journal."));
+    parser.setApplicationDescription(m_description);
+    const QString tryHelp = QStringLiteral(" (try: %1 --help)").arg(QCoreApplication::applicationName());
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
     parser.addOption({c_configOption, QStringLiteral("Reads the settings of FILE (INI; options win)."),
@@ -29,9 +30,9 @@ bool DStationConfig::parse(const QStringList& arguments, QString* message, bool*
     for (const DKey& key : m_keys)
         parser.addOption({key.name, key.help + (key.defaultValue.isEmpty() ? QString()
                                                                           : QStringLiteral(" Default: %1.").arg(key.defaultValue)),
-                          QStringLiteral("value")});
+                          key.flag ? QString() : QStringLiteral("value")});
     if (!parser.parse(arguments)) {
-        *message = parser.errorText() + QStringLiteral(" (try: hytorcd --help)");
+        *message = parser.errorText() + tryHelp;
         return false;
     }
     if (parser.isSet(help) || parser.isSet(version)) {
@@ -42,14 +43,15 @@ bool DStationConfig::parse(const QStringList& arguments, QString* message, bool*
         return false;
     }
     if (!parser.positionalArguments().isEmpty()) {
-        *message = QStringLiteral("unexpected argument \"%1\" (try: hytorcd --help)").arg(parser.positionalArguments().first());
+        *message = QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().first()) + tryHelp;
         return false;
     }
     m_verbose = parser.isSet(c_verboseOption);
     if (parser.isSet(c_configOption) && !readFile(parser.value(c_configOption), message))
         return false;
     for (const DKey& key : m_keys) {
-        if (parser.isSet(key.name) && !take(QStringLiteral("--") + key.name, key.name, parser.value(key.name), message))
+        const QString value = key.flag ? QStringLiteral("true") : parser.value(key.name);
+        if (parser.isSet(key.name) && !take(QStringLiteral("--") + key.name, key.name, value, message))
             return false;
     }
     return true;

@@ -8,8 +8,8 @@
 
 #include <functional>
 
-// hytorcd's settings: an INI file (--config FILE, keys at its top level) and the same keys as
-// command-line options, which win. Each part of the service declares its own keys; a key
+// A station program's settings: an INI file (--config FILE, keys at its top level) and the same
+// keys as command-line options, which win. Each part of the program declares its own keys; a key
 // nobody declared, a bad value or an unreadable file is one line naming the file, the key and
 // what is allowed.
 class DStationConfig
@@ -21,9 +21,11 @@ public:
         QString allowed;       // what the error line says is allowed ("a port, 0 to 65535")
         std::function<bool(const QString&)> valid;  // null: any text
         QString help;
+        bool flag = false;     // an option without a value: "true" when given
     };
 
-    explicit DStationConfig(const QList<DKey>& keys);
+    // `description` heads --help.
+    DStationConfig(const QList<DKey>& keys, const QString& description);
 
     // Reads the file named by --config, then the options. False with one line in *message
     // (and *helpShown for --help or --version, whose text is then in *message).
@@ -45,6 +47,7 @@ private:
     const DKey* find(const QString& name) const;
 
     QList<DKey> m_keys;
+    QString m_description;
     QHash<QString, QString> m_values;
     bool m_verbose = false;
 };

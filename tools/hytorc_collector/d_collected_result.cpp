@@ -1,0 +1,112 @@
+#include "d_collected_result.h"
+
+#include "d_result_record.h"
+
+#include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+
+#include <cmath>
+
+namespace {
+
+// The keys a result carries beyond the journal's first columns: identifiers, batch, limits and
+// their verdicts (N·m and degrees, empty where unknown). Created now so that stations that send
+// them need no migration.
+const QStringList c_laterKeys{"identifier", "identifier2", "identifier3", "identifier4", "batchSize", "batchCounter",
+                              "batchStatus", "torqueMin", "torqueMax", "angleMin", "angleMax", "torqueStatus",
+                              "angleStatus"};
+const QStringList c_decimalKeys{"torqueMin", "torqueMax", "angleMin", "angleMax"};
+const QStringList c_countKeys{"batchSize", "batchCounter"};
+constexpr double c_maxWhole = 9007199254740992.0;  // 2^53: beyond it a JSON number is no exact whole number
+
+bool isWhole(const QString& key)
+{
+    return key == QLatin1String("id") || DResultRecord::isNumeric(key) || c_countKeys.contains(key);
+}
+
+// Text as a bound parameter; false when PostgreSQL's text cannot hold it.
+bool text(const QJsonValue& value, QByteArray* out)
+{
+    if (value.isString())
+        *out = value.toString().toUtf8();
+    else if (value.isDouble())
+        *out = QByteArray::number(value.toDouble(), 'g', 15);
+    else
+        return false;
+    return !out->contains('\0');
+}
+
+} // namespace
+
+const QStringList& DCollectedResult::columns()
+{
+    static const QStringList all = [] {
+        QStringList keys = DResultRecord::journalKeys();
+        for (const QString& key : c_laterKeys)
+            keys.contains(key) ? void() : keys.append(key);
+        return keys;
+    }();
+    return all;
+}
+
+QByteArray DCollectedResult::sqlType(const QString& key)
+{
+    if (key == QLatin1String("receivedAt"))
+        return "timestamptz";
+    if (c_decimalKeys.contains(key))
+        return "numeric";
+    return isWhole(key) ? "bigint" : "text";
+}
+
+bool DCollectedResult::parse(const QByteArray& topic, const QByteArray& payload, QString* reason)
+{
+    if (payload.size() > c_maxPayload)
+        return *reason = QStringLiteral("a payload of %1 bytes (a result is under %2)").arg(payload.size()).arg(c_maxPayload), false;
+    QJsonParseError error{};
+    const QJsonObject object = QJsonDocument::fromJson(payload, &error).object();
+    if (error.error != QJsonParseError::NoError || !payload.trimmed().startsWith('{'))
+        return *reason = QStringLiteral("not a JSON object"), false;
+    for (const char* key : {"id", "receivedAt", "station"}) {
+        if (!object.contains(QLatin1String(key)))
+            return *reason = QStringLiteral("no \"%1\"").arg(QLatin1String(key)), false;
+    }
+    const double number = object.value(QStringLiteral("id")).toDouble(-1);
+    if (!object.value(QStringLiteral("id")).isDouble() || number < 1 || number > c_maxWhole || number != std::floor(number))
+        return *reason = QStringLiteral("\"id\" is not a whole number from 1"), false;
+    id = qint64(number);
+    station = object.value(QStringLiteral("station")).toString();
+    static const QRegularExpression name(QStringLiteral("^[\\w .-]{1,25}$"), QRegularExpression::UseUnicodePropertiesOption);
+    if (!name.match(station).hasMatch())
+        return *reason = QStringLiteral("\"station\" is not a station name (1 to 25 letters, digits, spaces, . _ -)"), false;
+    const QString receivedAt = object.value(QStringLiteral("receivedAt")).toString();
+    if (!QDateTime::fromString(receivedAt, Qt::ISODateWithMs).isValid() || !receivedAt.contains(QLatin1Char('T')))
+        return *reason = QStringLiteral("\"receivedAt\" is not an ISO 8601 time"), false;
+    prefix = topic.left(topic.lastIndexOf('/'));
+    values.clear();
+    for (const QString& key : columns()) {
+        const QJsonValue value = object.value(key);
+        QByteArray out;
+        const bool empty = value.isUndefined() || value.isNull() || (value.isString() && value.toString().isEmpty());
+        if (sqlType(key) != "text" && empty && key != QLatin1String("receivedAt")) {
+            values.push_back(QByteArray());
+            continue;
+        }
+        if (value.isUndefined() || value.isNull()) {
+            values.push_back(QByteArray());
+            continue;
+        }
+        const bool numeric = sqlType(key) == "bigint" || sqlType(key) == "numeric";
+        if (numeric && (!value.isDouble() || !std::isfinite(value.toDouble())
+                        || (sqlType(key) == "bigint" && (value.toDouble() != std::floor(value.toDouble())
+                                                         || std::fabs(value.toDouble()) > c_maxWhole))))
+            return *reason = QStringLiteral("\"%1\" is not a number").arg(key), false;
+        if (numeric)
+            out = sqlType(key) == "bigint" ? QByteArray::number(qint64(value.toDouble())) : QByteArray::number(value.toDouble(), 'g', 15);
+        else if (!text(value, &out))
+            return *reason = QStringLiteral("\"%1\" is not text").arg(key), false;
+        values.push_back(out);
+    }
+    return true;
+}
