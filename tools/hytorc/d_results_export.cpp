@@ -1,6 +1,8 @@
 #include "d_results_export.h"
 
 #include "d_message_handler.h"
+#include "d_postgres_connection.h"
+#include "d_postgres_results.h"
 #include "d_result_record.h"
 
 #include <QCommandLineParser>
@@ -38,14 +40,26 @@ int DResultsExport::run(const QStringList& arguments)
         return CeExitUsage;
     }
     DResultJournal journal;
-    if (!journal.open(m_journalPath, DResultJournal::CeReader, &message)) {
-        DMessageHandler::say(message);
+    DPostgresConnection database;
+    DPostgresResults plant(&database);
+    DSource source = [&](const DResultJournal::DQuery& query, const auto& each, QString* error) {
+        return journal.forEachValues(query, each, error);
+    };
+    if (!m_postgres.isEmpty()) {
+        source = [&](const DResultJournal::DQuery& query, const auto& each, QString* error) {
+            return plant.forEachValues({m_station, query.sinceId, query.fromMs, query.toMs, query.limit}, each, error);
+        };
+    }
+    const bool opened = m_postgres.isEmpty() ? journal.open(m_journalPath, DResultJournal::CeReader, &message)
+                                             : database.open(m_postgres, QString(), &message);
+    if (!opened) {
+        DMessageHandler::say(m_postgres.isEmpty() ? message : QStringLiteral("postgres: ") + message);
         return CeExitFailure;
     }
     if (m_csv)
         std::fputs(DResultRecord::csvHeader(DResultRecord::journalKeys()).append('\n').constData(), stdout);
     do {
-        if (!printNewRows(journal, &message)) {
+        if (!printNewRows(source, &message)) {
             DMessageHandler::say(message);
             return CeExitFailure;
         }
@@ -60,7 +74,8 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Prints the results that hytorcd journaled, one JSON object per line or CSV with a header row.\n\n"
-        "  hytorc results [--journal FILE] [--since ID] [--from TIME] [--to TIME] [--format jsonl|csv] [--follow]"));
+        "  hytorc results [--journal FILE] [--since ID] [--from TIME] [--to TIME] [--format jsonl|csv] [--follow]\n"
+        "  hytorc results --postgres CONNINFO [--station NAME] [--since ID] [--from TIME] [--to TIME] [--format jsonl|csv]"));
     const QCommandLineOption help = parser.addHelpOption();
     parser.addOptions({
         {"journal", QStringLiteral("The journal (default: %1).").arg(DResultJournal::defaultPath()), "file"},
@@ -69,6 +84,9 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         {"to", "Only results received at or before this time.", "time"},
         {"format", "jsonl (default) or csv.", "format"},
         {"follow", "Keep printing new results as the service commits them, until interrupted."},
+        {"postgres", "The plant database that hytorc-collector fills, in place of the journal (libpq's connection "
+                     "string; the password from PGPASSFILE).", "conninfo"},
+        {"station", "With --postgres: only this station's results.", "name"},
     });
     if (!parser.parse(arguments)) {
         *message = parser.errorText() + QStringLiteral(" (try: hytorc results --help)");
@@ -80,6 +98,10 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         return false;
     }
     m_journalPath = parser.isSet("journal") ? parser.value("journal") : DResultJournal::defaultPath();
+    m_postgres = parser.value("postgres");
+    m_station = parser.value("station");
+    if (!checkSource(parser, message))
+        return false;
     bool ok = true;
     if (parser.isSet("since"))
         m_query.sinceId = parser.value("since").toLongLong(&ok);
@@ -106,11 +128,23 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         || (*message = QStringLiteral("results takes no other words (try: hytorc results --help)"), false);
 }
 
-bool DResultsExport::printNewRows(const DResultJournal& journal, QString* error)
+// --postgres stands for --journal; the database has no --follow (its rows come from many stations).
+bool DResultsExport::checkSource(const QCommandLineParser& parser, QString* message)
+{
+    if (!parser.isSet("postgres"))
+        return !parser.isSet("station") || (*message = QStringLiteral("--station goes with --postgres"), false);
+    if (parser.isSet("journal") || parser.isSet("follow")) {
+        *message = QStringLiteral("--postgres reads the plant database in place of --journal, without --follow");
+        return false;
+    }
+    return DPostgresConnection::checkConnInfo(m_postgres, message);
+}
+
+bool DResultsExport::printNewRows(const DSource& source, QString* error)
 {
     bool written = true;
     const QStringList& keys = DResultRecord::journalKeys();
-    const bool read = journal.forEachValues(m_query, [&](const QVariantList& row) {
+    const bool read = source(m_query, [&](const QVariantList& row) {
                const QByteArray line = (m_csv ? DResultRecord::csvLine(row) : DResultRecord::jsonLine(row, keys)) + '\n';
                written = std::fwrite(line.constData(), 1, size_t(line.size()), stdout) == size_t(line.size());
                m_query.sinceId = row.first().toLongLong();
