@@ -205,10 +205,12 @@ void DCollector::flush()
         m_statements.clear();
         return;
     }
-    // The server refused something in the batch itself: find it, keep the rest.
+    // The server refused the batch (a row of it, or a deadlock with another collector): row by row, keep the rest.
     if (m_store.isOpen() && m_store.writeEach(batch, [this](const DCollectedResult& result, const QString& reason) {
             skip(result.prefix + "/results", QStringLiteral("id %1 of %2 refused by the database: %3").arg(result.id).arg(result.station, reason));
-        }, &error)) {
+        }, &added, &error)) {
+        m_stored += added;
+        m_duplicates += batch.size() - added;
         m_waiting.clear();
         return;
     }

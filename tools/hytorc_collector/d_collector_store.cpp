@@ -121,13 +121,17 @@ bool DCollectorStore::write(const QList<DCollectedResult>& results, const QList<
 }
 
 bool DCollectorStore::writeEach(const QList<DCollectedResult>& results,
-                                const std::function<void(const DCollectedResult&, const QString&)>& refused, QString* error)
+                                const std::function<void(const DCollectedResult&, const QString&)>& refused, int* added,
+                                QString* error)
 {
+    *added = 0;
     for (int i = 0; i < results.size(); ++i) {
-        int added = 0;
+        int one = 0;
         QString reason;
-        if (write(results.mid(i, 1), {}, &added, &reason))
+        if (write(results.mid(i, 1), {}, &one, &reason)) {
+            *added += one;
             continue;
+        }
         if (!m_connection.isOpen())
             return *error = reason, false;
         refused(results.at(i), reason);

@@ -40,9 +40,9 @@ public:
     // counts the results that were new. False (nothing written) with the server's reason.
     bool write(const QList<DCollectedResult>& results, const QList<DStatement>& statements, int* added, QString* error);
     // The same results one by one, each in its own transaction: the ones the server refuses are
-    // passed to `refused` with its reason, the others are kept. False when the connection failed.
+    // passed to `refused` with its reason, the others are kept (*added of them new). False when the connection failed.
     bool writeEach(const QList<DCollectedResult>& results, const std::function<void(const DCollectedResult&, const QString&)>& refused,
-                   QString* error);
+                   int* added, QString* error);
     // Held ids of `station` (every station when empty) between first and last, as ranges.
     bool islands(const QString& station, qint64 first, qint64 last, QList<DIsland>* found, QString* error);
 
