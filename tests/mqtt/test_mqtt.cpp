@@ -1,6 +1,7 @@
 // hytorcd and a real mosquitto: every result arrives field for field and in order through a
 // broker outage and a SIGKILL of hytorcd, over TCP and over TLS with certificates of the
-// test's own; a broker that never answers does not hold up the tool; wrong settings are refused.
+// test's own; delivery resumes within seconds of a 60 s outage; a broker that never answers
+// does not hold up the tool; a refused login and wrong settings are said as such.
 #include "d_hytorc_process.h"
 #include "d_mosquitto_broker.h"
 #include "d_result_journal.h"
@@ -167,6 +168,46 @@ private slots:
             QVERIFY2(received.toMSecsSinceEpoch() - sent.at(i) < 1000, qPrintable(received.toString(Qt::ISODateWithMs)));
         }
         QVERIFY(accepted.size() >= 2 && daemon.errText().contains("(no answer within 10 s)"));
+    }
+
+    // The broker away for 60 s: a result journaled meanwhile reaches a subscriber within 5 s of its return.
+    void outage()
+    {
+        QTemporaryDir dir;
+        DMosquittoBroker broker(dir.path());
+        QVERIFY(broker.start());
+        const QStringList at{"-h", "127.0.0.1", "-p", QString::number(broker.port())};
+        DWatcher watcher(at + QStringList{"-d", "-q", "1", "-c", "-i", "outage", "-t", c_results});
+        QVERIFY(QTest::qWaitFor([&] { return watcher.lines.contains("Client outage received SUBACK"); }, 10000));
+        DSimulatedTool tool;
+        QVERIFY(tool.start({"--baud", "0"}));
+        DTimedHytorc daemon({"--device", tool.linkPath(), "--journal", dir.filePath("r.db"), "--station", "T1", "--op-port", "0",
+                             "--mqtt", QStringLiteral("mqtt://127.0.0.1:%1").arg(broker.port())}, QProcessEnvironment::systemEnvironment(), "hytorcd");
+        QVERIFY(QTest::qWaitFor([&] { return daemon.count("mqtt: connected") == 1 && daemon.count("listening") == 1; }, 20000));
+        broker.stop();
+        tool.say("event");
+        QTest::qWait(60000);
+        QElapsedTimer back;
+        back.start();
+        QVERIFY(broker.start());
+        QVERIFY2(QTest::qWaitFor([&] { return idOf(watcher.last(c_results)) == 1; }, 15000), daemon.errText().constData());
+        QVERIFY2(back.elapsed() <= 5000, qPrintable(QString::number(back.elapsed())));
+    }
+
+    // A wrong password is said as a refused login, not as an unreachable broker.
+    void refusedLogin()
+    {
+        QTemporaryDir dir;
+        QVERIFY(QProcess::execute("mosquitto_passwd", {"-c", "-b", dir.filePath("users"), "station", "right"}) == 0);
+        DMosquittoBroker broker(dir.path(), "password_file " + dir.filePath("users").toUtf8() + '\n');
+        QVERIFY(broker.start());
+        QFile password(dir.filePath("password"));
+        QVERIFY(password.open(QIODevice::WriteOnly) && password.write("wrong\n") && password.flush());
+        DTimedHytorc daemon({"--device", "/dev/null", "--journal", dir.filePath("r.db"), "--op-port", "0", "--mqtt",
+                             QStringLiteral("mqtt://127.0.0.1:%1").arg(broker.port()), "--mqtt-user", "station",
+                             "--mqtt-password-file", password.fileName()}, QProcessEnvironment::systemEnvironment(), "hytorcd");
+        QVERIFY2(QTest::qWaitFor([&] { return daemon.count("refused the login (not authorised)") == 1; }, 15000), daemon.errText().constData());
+        QCOMPARE(daemon.count("cannot reach the broker"), 0);
     }
 
     void refusedSettings_data()

@@ -272,7 +272,7 @@ void DMqttLink::onSessionEvent(quint64 generation, int event, int value)
                                                     : QString::fromUtf8(mosquitto_strerror(value));
         m_refusal.clear();
         dropSession();
-        waitAndRetry(reason);
+        waitAndRetry(reason, value == -ECONNREFUSED);
     }
 }
 
@@ -291,10 +291,11 @@ void DMqttLink::dropSession()
 }
 
 // The first failure after a connection (or after the start) is said; the retries after it only with --verbose.
-void DMqttLink::waitAndRetry(const QString& reason)
+void DMqttLink::waitAndRetry(const QString& reason, bool portClosed)
 {
     const bool wasConnected = m_state == CeConnected;
-    const QString next = QStringLiteral("next try in %1 s").arg(m_backoffSeconds);
+    const int waitSeconds = portClosed ? 1 : m_backoffSeconds;
+    const QString next = QStringLiteral("next try in %1 s").arg(waitSeconds);
     if (m_loginRefused && !m_failing)
         DMessageHandler::say(QStringLiteral("mqtt: the broker %1 refused the login (not authorised): check mqtt-user and "
                                             "mqtt-password-file; %2").arg(url(), next));
@@ -309,8 +310,9 @@ void DMqttLink::waitAndRetry(const QString& reason)
     m_failing = true;
     m_loginRefused = false;
     m_state = CeWaiting;
-    m_retry.start(m_backoffSeconds * 1000);
-    m_backoffSeconds = qMin(m_backoffSeconds * 2, c_maxBackoffSeconds);
+    m_retry.start(waitSeconds * 1000);
+    if (!portClosed)
+        m_backoffSeconds = qMin(m_backoffSeconds * 2, c_maxBackoffSeconds);
     if (wasConnected)
         emit sigLost();
 }

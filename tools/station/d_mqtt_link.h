@@ -15,7 +15,8 @@ struct DMqttSession;
 // The connection to the broker, kept up forever: each attempt is a fresh libmosquitto client
 // run by a thread of its own (name lookup, TCP, TLS and MQTT all happen there), so the event
 // loop never waits on the broker; the thread's news comes back as queued calls. An attempt
-// that has no answer within 10 s is given up; the next one follows after 1 s doubling to 5 s.
+// that has no answer within 10 s is given up; the next one follows after 1 s doubling to 5 s
+// (every second while the broker's port is closed).
 // One line on stderr per change of state.
 class DMqttLink : public QObject
 {
@@ -54,7 +55,9 @@ private:
     void connectToBroker();
     void onSessionEvent(quint64 generation, int event, int value);
     void dropSession();
-    void waitAndRetry(const QString& reason);
+    // A closed port (the broker's host is up, the broker restarting) costs nothing to probe:
+    // it is tried every second; anything else waits 1 s doubling to 5 s.
+    void waitAndRetry(const QString& reason, bool portClosed = false);
 
     DMqttSettings m_settings;
     std::shared_ptr<DMqttSession> m_session;
