@@ -21,7 +21,9 @@ public:
     static QString binaries() { return QStringLiteral("/usr/lib/postgresql/15/bin"); }
     static bool available() { return QFile::exists(binaries() + QStringLiteral("/initdb")); }
 
-    DPostgresServer()
+    // `durable`: each commit waits for the disk, as a plant's server does (the tests need not).
+    explicit DPostgresServer(bool durable = false)
+        : m_durable(durable)
     {
         QTcpServer probe;  // a port number free on this machine names the socket
         probe.listen(QHostAddress::LocalHost);
@@ -37,7 +39,8 @@ public:
     // False when it does not accept connections within 30 s.
     bool start()
     {
-        const QString options = QStringLiteral("-k %1 -c listen_addresses= -p %2 -c fsync=off").arg(m_dir.path()).arg(m_port);
+        const QString options = QStringLiteral("-k %1 -c listen_addresses= -p %2 -c fsync=%3")
+                                    .arg(m_dir.path()).arg(m_port).arg(m_durable ? "on" : "off");
         return runAsOwner(binaries() + "/pg_ctl -w -t 30 -l " + m_dir.filePath("log") + " -D " + data() + " -o '" + options + "' start") == 0;
     }
     void stop()
@@ -76,6 +79,7 @@ private:
         return shell.waitForFinished(60000) ? shell.exitCode() : -1;
     }
 
+    bool m_durable;
     QTemporaryDir m_dir;
     quint16 m_port = 0;
     QString m_user;

@@ -21,11 +21,6 @@ const QStringList c_decimalKeys{"torqueMin", "torqueMax", "angleMin", "angleMax"
 const QStringList c_countKeys{"batchSize", "batchCounter"};
 constexpr double c_maxWhole = 9007199254740992.0;  // 2^53: beyond it a JSON number is no exact whole number
 
-bool isWhole(const QString& key)
-{
-    return key == QLatin1String("id") || DResultRecord::isNumeric(key) || c_countKeys.contains(key);
-}
-
 // Text as a bound parameter; false when PostgreSQL's text cannot hold it.
 bool text(const QJsonValue& value, QByteArray* out)
 {
@@ -35,7 +30,55 @@ bool text(const QJsonValue& value, QByteArray* out)
         *out = QByteArray::number(value.toDouble(), 'g', 15);
     else
         return false;
+    if (out->isNull())
+        *out = QByteArray("", 0);  // empty text, not NULL
     return !out->contains('\0');
+}
+
+bool isWhole(const QString& key)
+{
+    return key == QLatin1String("id") || DResultRecord::isNumeric(key) || c_countKeys.contains(key);
+}
+
+enum EnType { CeText, CeWhole, CeDecimal, CeTime };
+
+struct DColumn {
+    QString key;
+    EnType type;
+};
+
+// The columns with their types, worked out once: a collector parses thousands of results a second.
+const QList<DColumn>& typedColumns()
+{
+    static const QList<DColumn> all = [] {
+        QList<DColumn> list;
+        for (const QString& key : DCollectedResult::columns()) {
+            const QByteArray type = DCollectedResult::sqlType(key);
+            list.append({key, type == "text" ? CeText : type == "bigint" ? CeWhole : type == "numeric" ? CeDecimal : CeTime});
+        }
+        return list;
+    }();
+    return all;
+}
+
+// The value as its column's bound parameter (null: SQL's NULL; a number's empty text is "unknown");
+// false when the column's type cannot hold it.
+bool convert(const DColumn& column, const QJsonValue& value, QByteArray* out)
+{
+    if (value.isUndefined() || value.isNull())
+        return true;
+    if (column.type == CeText || column.type == CeTime)
+        return text(value, out);
+    if (value.isString() && value.toString().isEmpty())
+        return true;
+    const double number = value.toDouble();
+    if (!value.isDouble() || !std::isfinite(number))
+        return false;
+    if (column.type == CeDecimal)
+        return *out = QByteArray::number(number, 'g', 15), true;
+    if (number != std::floor(number) || std::fabs(number) > c_maxWhole)
+        return false;
+    return *out = QByteArray::number(qint64(number)), true;
 }
 
 } // namespace
@@ -85,27 +128,11 @@ bool DCollectedResult::parse(const QByteArray& topic, const QByteArray& payload,
         return *reason = QStringLiteral("\"receivedAt\" is not an ISO 8601 time"), false;
     prefix = topic.left(topic.lastIndexOf('/'));
     values.clear();
-    for (const QString& key : columns()) {
-        const QJsonValue value = object.value(key);
+    values.reserve(size_t(columns().size()));
+    for (const DColumn& column : typedColumns()) {
         QByteArray out;
-        const bool empty = value.isUndefined() || value.isNull() || (value.isString() && value.toString().isEmpty());
-        if (sqlType(key) != "text" && empty && key != QLatin1String("receivedAt")) {
-            values.push_back(QByteArray());
-            continue;
-        }
-        if (value.isUndefined() || value.isNull()) {
-            values.push_back(QByteArray());
-            continue;
-        }
-        const bool numeric = sqlType(key) == "bigint" || sqlType(key) == "numeric";
-        if (numeric && (!value.isDouble() || !std::isfinite(value.toDouble())
-                        || (sqlType(key) == "bigint" && (value.toDouble() != std::floor(value.toDouble())
-                                                         || std::fabs(value.toDouble()) > c_maxWhole))))
-            return *reason = QStringLiteral("\"%1\" is not a number").arg(key), false;
-        if (numeric)
-            out = sqlType(key) == "bigint" ? QByteArray::number(qint64(value.toDouble())) : QByteArray::number(value.toDouble(), 'g', 15);
-        else if (!text(value, &out))
-            return *reason = QStringLiteral("\"%1\" is not text").arg(key), false;
+        if (!convert(column, object.value(column.key), &out))
+            return *reason = QStringLiteral("\"%1\" is not %2").arg(column.key, column.type == CeText ? "text" : "a number"), false;
         values.push_back(out);
     }
     return true;

@@ -24,7 +24,7 @@ class DCollector : public QObject
     Q_OBJECT
 public:
     enum EnExitCode { CeExitSuccess = 0, CeExitFailure = 1, CeExitUsage = 2, CeExitDatabase = 3 };
-    static constexpr int c_flushMs = 200;
+    static constexpr int c_flushMs = 100;
     static constexpr int c_retryMs = 1000;
     static constexpr int c_checkMs = 1000;
     static constexpr int c_maxWaiting = 500000;

@@ -149,7 +149,7 @@ bool DCollectorStore::insert(const QList<DCollectedResult>& results, int from, i
     params.reserve(size_t(count * DCollectedResult::columns().size()));
     for (int row = from; row < from + count; ++row)
         params.insert(params.end(), results.at(row).values.cbegin(), results.at(row).values.cend());
-    const auto result = m_connection.exec(it.value(), params, error);
+    const auto result = m_connection.execPrepared("insert" + QByteArray::number(count), it.value(), params, error);
     if (result)
         *added += QByteArray(PQcmdTuples(result.get())).toInt();
     return bool(result);

@@ -60,6 +60,7 @@ void DPostgresConnection::close()
     if (m_conn)
         PQfinish(m_conn);
     m_conn = nullptr;
+    m_prepared.clear();
 }
 
 bool DPostgresConnection::isOpen() const { return m_conn && PQstatus(m_conn) == CONNECTION_OK; }
@@ -71,8 +72,29 @@ DPostgresConnection::DResult DPostgresConnection::exec(const QByteArray& sql, co
         return DResult(nullptr, PQclear);
     }
     const std::vector<const char*> values = pointers(params);
-    DResult result(PQexecParams(m_conn, sql.constData(), int(values.size()), nullptr, values.data(), nullptr, nullptr, 0),
-                   PQclear);
+    return check(DResult(PQexecParams(m_conn, sql.constData(), int(values.size()), nullptr, values.data(), nullptr, nullptr, 0),
+                         PQclear), error);
+}
+
+DPostgresConnection::DResult DPostgresConnection::execPrepared(const QByteArray& name, const QByteArray& sql,
+                                                               const DParams& params, QString* error)
+{
+    if (!m_conn) {
+        *error = QStringLiteral("not connected");
+        return DResult(nullptr, PQclear);
+    }
+    if (!m_prepared.contains(name)) {
+        if (!check(DResult(PQprepare(m_conn, name.constData(), sql.constData(), int(params.size()), nullptr), PQclear), error))
+            return DResult(nullptr, PQclear);
+        m_prepared << name;
+    }
+    const std::vector<const char*> values = pointers(params);
+    return check(DResult(PQexecPrepared(m_conn, name.constData(), int(values.size()), values.data(), nullptr, nullptr, 0), PQclear),
+                 error);
+}
+
+DPostgresConnection::DResult DPostgresConnection::check(DResult result, QString* error) const
+{
     const ExecStatusType status = PQresultStatus(result.get());
     if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK)
         return result;

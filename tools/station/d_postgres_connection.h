@@ -2,6 +2,7 @@
 #define D_POSTGRES_CONNECTION_H
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
 
 #include <functional>
@@ -35,6 +36,9 @@ public:
 
     // Runs one statement; null with the server's reason when it failed.
     DResult exec(const QByteArray& sql, const DParams& params, QString* error);
+    // The same through a statement prepared once per connection under `name`: the server parses
+    // and plans a statement of many rows once, not for each batch.
+    DResult execPrepared(const QByteArray& name, const QByteArray& sql, const DParams& params, QString* error);
     // Runs a query row by row (libpq's single-row mode): `each` gets the row's result, its row 0.
     bool forEachRow(const QByteArray& sql, const DParams& params, const std::function<bool(pg_result*)>& each,
                     QString* error);
@@ -42,7 +46,10 @@ public:
     QString lastError() const;
 
 private:
+    DResult check(DResult result, QString* error) const;
+
     pg_conn* m_conn = nullptr;
+    QList<QByteArray> m_prepared;
 };
 
 #endif // D_POSTGRES_CONNECTION_H
