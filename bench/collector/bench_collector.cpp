@@ -6,6 +6,7 @@
 //   the latency's median and p99;
 // - gap: a station journal of 100 001 results of which the collector sees only the last: the
 //   time until the 100 000 before it are committed, asked for and sent again by hytorcd's replay.
+#include "d_bench_spin.h"
 #include "d_hytorc_process.h"
 #include "d_mosquitto_broker.h"
 #include "d_mqtt_link.h"
@@ -52,17 +53,6 @@ QByteArray payload(const QString& station, qint64 id)
     for (const QString& key : DResultRecord::eventKeys())
         row.insert(key, DResultRecord::isNumeric(key) ? QVariant(id % 1000) : QVariant(QStringLiteral("V%1").arg(id % 97)));
     return DResultRecord::jsonLine(row, DResultRecord::journalKeys());
-}
-
-bool spinUntil(const std::function<bool()>& done, int ms)
-{
-    QElapsedTimer clock;
-    clock.start();
-    QTimer tick;
-    tick.start(5);
-    while (!done() && clock.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    return done();
 }
 
 qint64 scalar(DPostgresConnection* db, const QByteArray& sql)
