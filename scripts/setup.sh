@@ -10,6 +10,7 @@ packages=(
   qttools5-dev-tools
   libqt5sql5-sqlite
   libmosquitto-dev mosquitto mosquitto-clients openssl
+  libpq-dev postgresql sqlite3
   libbenchmark-dev
   clang libclang-rt-dev
   bluez dbus
