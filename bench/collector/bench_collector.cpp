@@ -62,16 +62,20 @@ qint64 scalar(DPostgresConnection* db, const QByteArray& sql)
     return result && PQntuples(result.get()) == 1 ? QByteArray(PQgetvalue(result.get(), 0, 0)).toLongLong() : -1;
 }
 
-// A libmosquitto client on a thread of its own publishing QoS 1.
+// A libmosquitto client on a thread of its own publishing QoS 1; it leaves once the broker has
+// acknowledged everything (a disconnect would drop what its queue still holds).
 struct DPublisher {
-    explicit DPublisher(quint16 port, const QByteArray& id) : client(mosquitto_new(id.constData(), true, nullptr))
+    explicit DPublisher(quint16 port, const QByteArray& id) : client(mosquitto_new(id.constData(), true, this))
     {
         mosquitto_int_option(client, MOSQ_OPT_SEND_MAXIMUM, 1000);
+        mosquitto_publish_callback_set(client, [](mosquitto*, void* self, int) { ++static_cast<DPublisher*>(self)->acked; });
         mosquitto_connect(client, "127.0.0.1", port, 60);
         mosquitto_loop_start(client);
     }
     ~DPublisher()
     {
+        for (int waited = 0; acked < published && waited < 300000; waited += 10)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         mosquitto_disconnect(client);
         mosquitto_loop_stop(client, false);
         mosquitto_destroy(client);
@@ -79,8 +83,11 @@ struct DPublisher {
     void publish(const QByteArray& topic, const QByteArray& message)
     {
         mosquitto_publish(client, nullptr, topic.constData(), message.size(), message.constData(), 1, false);
+        ++published;
     }
     mosquitto* client;
+    qint64 published = 0;
+    std::atomic<qint64> acked{0};
 };
 
 struct DCollectorRun {

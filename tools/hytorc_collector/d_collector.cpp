@@ -15,6 +15,8 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 
+#include <libpq-fe.h>
+
 #include <cstdio>
 
 namespace {
@@ -114,6 +116,7 @@ bool DCollector::start(QString* error)
     m_link->subscribe(sibling("replayed"));
     m_link->subscribe(sibling("status"));
     connect(m_link, &DMqttLink::sigMessage, this, &DCollector::onMessage);
+    connect(m_link, &DMqttLink::sigConnected, this, &DCollector::askForTails);
     QString reason;
     if (m_store.open(m_connInfo, m_password, &reason))
         DMessageHandler::say(QStringLiteral("postgres: connected, schema version %1").arg(DCollectorStore::schemaVersion()));
@@ -129,6 +132,27 @@ bool DCollector::start(QString* error)
 }
 
 QByteArray DCollector::sibling(const QByteArray& level) const { return m_topic.left(m_topic.lastIndexOf('/') + 1) + level; }
+
+// A result the broker handed over but this collector never committed (it was killed) shows as
+// a hole only once the station's next result comes; a station that fell silent would hide it.
+// So each connection asks every station the database knows for whatever came after its last
+// id: the station answers with what its journal holds past it, if anything.
+void DCollector::askForTails()
+{
+    const int wildcard = m_topic.indexOf("/+/");
+    if (!m_store.isOpen() || wildcard < 0 || m_topic.count('+') != 1)
+        return;
+    QString error;
+    const auto stations = m_store.connection()->exec("SELECT station, last_id FROM stations WHERE last_id > 0", {}, &error);
+    for (int row = 0; stations && row < PQntuples(stations.get()); ++row) {
+        const QByteArray station = PQgetvalue(stations.get(), row, 0);
+        const qint64 last = QByteArray(PQgetvalue(stations.get(), row, 1)).toLongLong();
+        const QByteArray prefix = m_topic.left(wildcard + 1) + station + m_topic.mid(wildcard + 2, m_topic.lastIndexOf('/') - wildcard - 2);
+        m_link->publish(prefix + "/replay", QJsonDocument(QJsonObject{{QStringLiteral("from"), last + 1},
+                                                                      {QStringLiteral("to"), last + c_tailIds}})
+                                                .toJson(QJsonDocument::Compact), false);
+    }
+}
 
 void DCollector::onMessage(const QByteArray& topic, const QByteArray& payload)
 {
@@ -248,10 +272,19 @@ void DCollector::check()
     const qint64 at = now();
     QList<DCompletenessLedger::DHole> due = m_ledger->due(at);
     if (!due.isEmpty() && m_store.isOpen()) {
+        // One question per station, over the span of its holes.
+        QMap<QString, DIdRanges::DRange> spans;
         for (const DCompletenessLedger::DHole& hole : qAsConst(due)) {
+            auto span = spans.find(hole.station);
+            if (span == spans.end())
+                spans.insert(hole.station, {hole.first, hole.last});
+            else
+                *span = {qMin(span->first, hole.first), qMax(span->second, hole.last)};
+        }
+        for (auto span = spans.cbegin(); span != spans.cend(); ++span) {
             QList<DCollectorStore::DIsland> islands;
             QString error;
-            m_store.islands(hole.station, hole.first, hole.last, &islands, &error);
+            m_store.islands(span.key(), span->first, span->second, &islands, &error);
             for (const DCollectorStore::DIsland& island : qAsConst(islands))
                 m_ledger->held(island.station, island.first, island.last);
         }

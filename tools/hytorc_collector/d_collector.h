@@ -29,6 +29,7 @@ public:
     static constexpr int c_checkMs = 1000;
     static constexpr int c_maxWaiting = 500000;
     static constexpr int c_maxStatus = 4096;
+    static constexpr qint64 c_tailIds = 1000000;  // asked for past a station's last id held: the station caps it
 
     explicit DCollector(QObject* parent = nullptr);
     ~DCollector() override;
@@ -38,6 +39,7 @@ public:
 private:
     static QList<DStationConfig::DKey> configKeys();
     bool start(QString* error);
+    void askForTails();
     void onMessage(const QByteArray& topic, const QByteArray& payload);
     void onResult(const QByteArray& topic, const QByteArray& payload);
     void onReplayed(const QByteArray& topic, const QByteArray& payload);

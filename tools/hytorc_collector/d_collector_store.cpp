@@ -172,12 +172,20 @@ bool DCollectorStore::touchStations(const QList<DCollectedResult>& results, QStr
 
 bool DCollectorStore::islands(const QString& station, qint64 first, qint64 last, QList<DIsland>* found, QString* error)
 {
+    // A range held whole (a collector's restart: everything before the first id it sees) is one
+    // count on the key's index, not a walk over every row.
+    const DPostgresConnection::DParams range{station.toUtf8(), QByteArray::number(first), QByteArray::number(last)};
+    const auto whole = m_connection.exec("SELECT count(*) FROM results WHERE station = $1 AND id BETWEEN $2 AND $3", range, error);
+    if (whole && QByteArray(PQgetvalue(whole.get(), 0, 0)).toLongLong() == last - first + 1) {
+        found->append({station, first, last, false});
+        return true;
+    }
     const auto result = m_connection.exec(
         "SELECT station, min(id), max(id), false FROM (SELECT station, id, id - row_number() OVER (PARTITION BY station ORDER BY id) AS run"
-        " FROM results WHERE ($1 = '' OR station = $1) AND id BETWEEN $2 AND $3) held GROUP BY station, run"
+        " FROM results WHERE station = $1 AND id BETWEEN $2 AND $3) held GROUP BY station, run"
         " UNION ALL SELECT station, greatest(from_id, $2), least(to_id, $3), true FROM unrecoverable"
-        " WHERE ($1 = '' OR station = $1) AND to_id >= $2 AND from_id <= $3",
-        {station.toUtf8(), QByteArray::number(first), QByteArray::number(last)}, error);
+        " WHERE station = $1 AND to_id >= $2 AND from_id <= $3",
+        range, error);
     if (!result)
         return false;
     for (int row = 0; row < PQntuples(result.get()); ++row)

@@ -43,7 +43,7 @@ public:
     // passed to `refused` with its reason, the others are kept (*added of them new). False when the connection failed.
     bool writeEach(const QList<DCollectedResult>& results, const std::function<void(const DCollectedResult&, const QString&)>& refused,
                    int* added, QString* error);
-    // Held ids of `station` (every station when empty) between first and last, as ranges.
+    // Held ids of `station` between first and last, as ranges.
     bool islands(const QString& station, qint64 first, qint64 last, QList<DIsland>* found, QString* error);
 
     static DStatement askGap(const QString& station, qint64 first, qint64 last);

@@ -23,17 +23,19 @@ QString DCompletenessLedger::stationOf(const QByteArray& prefix) const
     return QString();
 }
 
-// The holes as they are now, each keeping when it (or the hole it shrank from) was first seen and asked.
+// The holes as they are now, each keeping when it (or the hole it shrank from) was first seen and
+// asked; both lists are in id order, so one walk pairs them.
 void DCompletenessLedger::refresh(DStation* station, qint64 nowMs)
 {
     QMap<qint64, DSeen> holes;
+    auto old = station->holes.cbegin();
     for (const DIdRanges::DRange& hole : station->ids.holes(station->ids.last())) {
+        while (old != station->holes.cend() && old->last < hole.first)
+            ++old;
         DSeen seen{hole.second, nowMs, 0};
-        for (auto it = station->holes.cbegin(); it != station->holes.cend(); ++it) {
-            if (it.key() <= hole.second && it->last >= hole.first) {
-                seen.seenMs = qMin(seen.seenMs, it->seenMs);
-                seen.askedMs = qMax(seen.askedMs, it->askedMs);
-            }
+        for (auto it = old; it != station->holes.cend() && it.key() <= hole.second; ++it) {
+            seen.seenMs = qMin(seen.seenMs, it->seenMs);
+            seen.askedMs = qMax(seen.askedMs, it->askedMs);
         }
         holes.insert(hole.first, seen);
     }

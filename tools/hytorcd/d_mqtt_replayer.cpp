@@ -36,13 +36,15 @@ void DMqttReplayer::onMessage(const QByteArray& topic, const QByteArray& payload
                                  .arg(QString::fromUtf8(payload.left(80))));
         return;
     }
-    if (m_requests.contains({from, to}))
+    // Ids past the journal's last are not missing: they have not happened yet.
+    const qint64 last = qMin(to, m_journal->lastId());
+    if (from > last || m_requests.contains({from, last}))
         return;
     if (m_requests.size() >= c_maxRequests) {
-        DMessageHandler::say(QStringLiteral("mqtt: replay of %1 to %2 refused: %3 requests wait already").arg(from).arg(to).arg(c_maxRequests));
+        DMessageHandler::say(QStringLiteral("mqtt: replay of %1 to %2 refused: %3 requests wait already").arg(from).arg(last).arg(c_maxRequests));
         return;
     }
-    m_requests.enqueue({from, to});
+    m_requests.enqueue({from, last});
     if (m_requests.size() == 1) {
         m_cursor = from - 1;
         pump();

@@ -13,8 +13,9 @@ class DResultJournal;
 // The journal's rows sent again on PREFIX/results when a consumer that found a gap asks on
 // PREFIX/replay with {"from": A, "to": B}; then PREFIX/replayed says which ids of A..B the
 // journal does not hold ({"from": A, "to": B, "missing": [[a, b], ...]}), so that the consumer
-// records them as lost instead of asking for ever. A connection lost drops the replay under
-// way: the consumer asks again.
+// records them as lost instead of asking for ever. B past the journal's last id stands for that
+// id (a consumer asking for whatever came after what it holds); A past it is no request. A
+// connection lost drops the replay under way: the consumer asks again.
 class DMqttReplayer : public QObject
 {
     Q_OBJECT
