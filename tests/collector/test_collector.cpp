@@ -1,7 +1,7 @@
 // hytorc-collector between real hytorcd stations (on simulators), a real mosquitto and a real
 // PostgreSQL: every journaled result in the database once, field for field, through a SIGKILL of
 // the collector, 20 s without the database, collectors started late in a share group, a pruned
-// journal; bad messages skipped with one line each, nothing stored wrongly.
+// journal; bad messages skipped with one line each, nothing stored wrongly; wrong settings refused.
 #include "d_hytorc_process.h"
 #include "d_mosquitto_broker.h"
 #include "d_postgres_server.h"
@@ -172,6 +172,35 @@ private slots:
                  m_bad->errText().constData());
         QVERIFY2(m_bad->err.last().text.contains(said) && m_bad->err.last().text.size() < 300, m_bad->err.last().text.constData());
         QCOMPARE(m_db.query("SELECT count(*) FROM results", "bad"), QByteArray("0"));
+    }
+
+    void refusedSettings_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QByteArray>("said");
+        const QStringList broker{"--mqtt", "mqtt://127.0.0.1:1"};
+        QTest::newRow("no database") << "hytorc-collector" << broker << QByteArray("--postgres is needed");
+        QTest::newRow("password on the command line") << "hytorc-collector" << broker + QStringList{"--postgres", "host=/tmp password=x"}
+                                                      << QByteArray("the connection string holds a password");
+        QTest::newRow("no broker") << "hytorc-collector" << QStringList{"--postgres", "host=/tmp"} << QByteArray("--mqtt is needed");
+        QTest::newRow("not a results topic") << "hytorc-collector" << broker + QStringList{"--postgres", "host=/tmp", "--topic", "a/#"}
+                                             << QByteArray("--topic: \"a/#\" is not allowed");
+        QTest::newRow("station without database") << "hytorc" << QStringList{"results", "--station", "T1"}
+                                                  << QByteArray("--station goes with --postgres");
+        QTest::newRow("database and journal") << "hytorc" << QStringList{"results", "--postgres", "host=/tmp", "--journal", "r.db"}
+                                              << QByteArray("in place of --journal");
+    }
+
+    void refusedSettings()
+    {
+        QFETCH(QString, program);
+        QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, said);
+        DTimedHytorc process(arguments, QProcessEnvironment::systemEnvironment(), program);
+        QVERIFY(process.waitForEnd(10000));
+        QCOMPARE(process.process.exitCode(), 2);
+        QVERIFY2(process.err.size() == 1 && process.err.first().text.contains(said), process.errText().constData());
     }
 
     void cleanupTestCase() { m_bad.reset(); }
