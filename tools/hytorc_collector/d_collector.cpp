@@ -135,8 +135,9 @@ QByteArray DCollector::sibling(const QByteArray& level) const { return m_topic.l
 
 // A result the broker handed over but this collector never committed (it was killed) shows as
 // a hole only once the station's next result comes; a station that fell silent would hide it.
-// So each connection asks every station the database knows for whatever came after its last
-// id: the station answers with what its journal holds past it, if anything.
+// So each connection (to the broker, or to the database after it was away) asks every station
+// the database knows for whatever came after its last id: the station answers with what its
+// journal holds past it, if anything.
 void DCollector::askForTails()
 {
     const int wildcard = m_topic.indexOf("/+/");
@@ -262,6 +263,8 @@ bool DCollector::reconnect()
     if (m_databaseLost)
         DMessageHandler::say(QStringLiteral("postgres: back; %1 result(s) being written").arg(m_waiting.size()));
     m_databaseLost = false;
+    if (m_link->isConnected())
+        askForTails();
     return true;
 }
 
