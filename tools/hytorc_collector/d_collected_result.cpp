@@ -111,6 +111,13 @@ bool DCollectedResult::parse(const QByteArray& topic, const QByteArray& payload,
     const QJsonObject object = QJsonDocument::fromJson(payload, &error).object();
     if (error.error != QJsonParseError::NoError || !payload.trimmed().startsWith('{'))
         return *reason = QStringLiteral("not a JSON object"), false;
+    prefix = topic.left(topic.lastIndexOf('/'));
+    return readIdentity(object, reason) && readValues(object, reason);
+}
+
+// The keys that make a row a station's result: its id, its station, when it was received.
+bool DCollectedResult::readIdentity(const QJsonObject& object, QString* reason)
+{
     for (const char* key : {"id", "receivedAt", "station"}) {
         if (!object.contains(QLatin1String(key)))
             return *reason = QStringLiteral("no \"%1\"").arg(QLatin1String(key)), false;
@@ -126,7 +133,11 @@ bool DCollectedResult::parse(const QByteArray& topic, const QByteArray& payload,
     const QString receivedAt = object.value(QStringLiteral("receivedAt")).toString();
     if (!QDateTime::fromString(receivedAt, Qt::ISODateWithMs).isValid() || !receivedAt.contains(QLatin1Char('T')))
         return *reason = QStringLiteral("\"receivedAt\" is not an ISO 8601 time"), false;
-    prefix = topic.left(topic.lastIndexOf('/'));
+    return true;
+}
+
+bool DCollectedResult::readValues(const QJsonObject& object, QString* reason)
+{
     values.clear();
     values.reserve(size_t(columns().size()));
     for (const DColumn& column : typedColumns()) {

@@ -4,6 +4,7 @@
 #include "d_postgres_connection.h"
 
 #include <QByteArray>
+#include <QJsonObject>
 #include <QString>
 #include <QStringList>
 
@@ -28,6 +29,10 @@ public:
     qint64 id = 0;
     QByteArray prefix;  // the topic without its last level: where the station takes replay requests
     DPostgresConnection::DParams values;
+
+private:
+    bool readIdentity(const QJsonObject& object, QString* reason);
+    bool readValues(const QJsonObject& object, QString* reason);
 };
 
 #endif // D_COLLECTED_RESULT_H

@@ -118,11 +118,13 @@ bool DCollector::start(QString* error)
     connect(m_link, &DMqttLink::sigMessage, this, &DCollector::onMessage);
     connect(m_link, &DMqttLink::sigConnected, this, &DCollector::askForTails);
     QString reason;
-    if (m_store.open(m_connInfo, m_password, &reason))
+    if (m_store.open(m_connInfo, m_password, &reason)) {
         DMessageHandler::say(QStringLiteral("postgres: connected, schema version %1").arg(DCollectorStore::schemaVersion()));
-    else
-        DMessageHandler::say(QStringLiteral("postgres: %1; results wait in memory, trying again every %2 s").arg(reason).arg(c_retryMs / 1000)),
-            m_databaseLost = true, m_retryAtMs = now() + c_retryMs;
+    } else {
+        DMessageHandler::say(QStringLiteral("postgres: %1; results wait in memory, trying again every %2 s").arg(reason).arg(c_retryMs / 1000));
+        m_databaseLost = true;
+        m_retryAtMs = now() + c_retryMs;
+    }
     connect(&m_flush, &QTimer::timeout, this, &DCollector::flush);
     connect(&m_check, &QTimer::timeout, this, &DCollector::check);
     m_flush.start(c_flushMs);
