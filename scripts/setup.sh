@@ -11,6 +11,7 @@ packages=(
   libqt5sql5-sqlite libsqlite3-dev sqlite3
   libmosquitto-dev mosquitto mosquitto-clients openssl
   libcpp-httplib-dev libjs-chart.js chromium
+  libpq-dev postgresql
   libbenchmark-dev
   clang libclang-rt-dev
   bluez dbus

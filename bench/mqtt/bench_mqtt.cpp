@@ -6,6 +6,7 @@
 //   station's is (/0), and on /dev/shm (/1) to show what the disk's fsync adds.
 // The journal of the first two lives on /dev/shm when there is one: their figures are MQTT's,
 // not the disk's fsync.
+#include "d_bench_spin.h"
 #include "d_hytorc_process.h"
 #include "d_mosquitto_broker.h"
 #include "d_mqtt_link.h"
@@ -46,19 +47,6 @@ QVariantMap sampleRecord(int n)
     for (const QString& key : DResultRecord::eventKeys())
         record.insert(key, DResultRecord::isNumeric(key) ? QVariant(n) : QVariant(QStringLiteral("X%1").arg(n)));
     return record;
-}
-
-// Handles events as they come until `done`, looking at least every millisecond (without spinning
-// a core that the broker and the client's thread need); false after `ms`.
-bool spinUntil(const std::function<bool()>& done, int ms)
-{
-    QElapsedTimer clock;
-    clock.start();
-    QTimer tick;
-    tick.start(1);
-    while (!done() && clock.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    return done();
 }
 
 DMqttSettings brokerAt(quint16 port)

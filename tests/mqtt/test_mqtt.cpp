@@ -1,6 +1,8 @@
 // hytorcd and a real mosquitto: every result arrives field for field and in order through a
 // broker outage and a SIGKILL of hytorcd, over TCP and over TLS with certificates of the
-// test's own; a broker that never answers does not hold up the tool; wrong settings are refused.
+// test's own; delivery resumes within seconds of a 60 s outage; a replay request gets the
+// journal's rows again and the ids it no longer holds; a broker that never answers does not
+// hold up the tool; a refused login and wrong settings are said as such.
 #include "d_hytorc_process.h"
 #include "d_mosquitto_broker.h"
 #include "d_result_journal.h"
@@ -145,6 +147,59 @@ private slots:
         QCOMPARE(newest, qint64(9));
     }
 
+    void replay_data()
+    {
+        QTest::addColumn<QByteArray>("request");
+        QTest::addColumn<QList<qint64>>("sent");
+        QTest::addColumn<QByteArray>("answer");
+        QTest::newRow("held rows") << QByteArray("{\"from\":2,\"to\":4}") << QList<qint64>{2, 3, 4}
+                                   << QByteArray("{\"from\":2,\"missing\":[],\"to\":4}");
+        QTest::newRow("pruned rows") << QByteArray("{\"from\":3,\"to\":11}") << QList<qint64>{3, 4, 10, 11}
+                                     << QByteArray("{\"from\":3,\"missing\":[[5,9]],\"to\":11}");
+        QTest::newRow("past the last id") << QByteArray("{\"from\":11,\"to\":1000000}") << QList<qint64>{11, 12}
+                                          << QByteArray("{\"from\":11,\"missing\":[],\"to\":12}");
+        QTest::newRow("not a request") << QByteArray("{\"from\":\"1\"}") << QList<qint64>{} << QByteArray();
+    }
+
+    // A consumer's replay request: the journal's rows again, byte for byte, then the ids it no longer holds.
+    void replay()
+    {
+        QFETCH(QByteArray, request);
+        QFETCH(QList<qint64>, sent);
+        QFETCH(QByteArray, answer);
+        QTemporaryDir dir;
+        DMosquittoBroker broker(dir.path());
+        QVERIFY(broker.start());
+        const QStringList at{"-h", "127.0.0.1", "-p", QString::number(broker.port())};
+        DSimulatedTool tool;
+        QVERIFY(tool.start({"--baud", "0"}));
+        const QString journal = dir.filePath("r.db");
+        DTimedHytorc daemon({"--device", tool.linkPath(), "--journal", journal, "--station", "T1", "--op-port", "0", "--mqtt",
+                             QStringLiteral("mqtt://127.0.0.1:%1").arg(broker.port())}, QProcessEnvironment::systemEnvironment(), "hytorcd");
+        QVERIFY(QTest::qWaitFor([&] { return daemon.count("listening") == 1 && daemon.count("mqtt: connected") == 1; }, 20000));
+        for (int i = 0; i < 12; ++i)
+            tool.say("event");
+        QVERIFY(QTest::qWaitFor([&] { return journalLines(journal).size() == 12; }, 10000));
+        QProcess::execute("sqlite3", {journal, ".timeout 5000", "DELETE FROM results WHERE id BETWEEN 5 AND 9"});
+        QTest::qWait(1000);  // the live results go first
+        DWatcher watcher(at + QStringList{"-d", "-q", "1", "-i", "replay", "-t", c_results, "-t", "hytorc/T1/replayed"});
+        QVERIFY(QTest::qWaitFor([&] { return watcher.lines.contains("Client replay received SUBACK"); }, 10000));
+        QProcess::execute("mosquitto_pub", at + QStringList{"-q", "1", "-t", "hytorc/T1/replay", "-m", request});
+        if (answer.isEmpty()) {
+            QVERIFY2(QTest::qWaitFor([&] { return daemon.count("mqtt: replay request ignored") == 1; }, 10000), daemon.errText().constData());
+            return;
+        }
+        QVERIFY2(QTest::qWaitFor([&] { return !watcher.last("hytorc/T1/replayed").isEmpty(); }, 10000), daemon.errText().constData());
+        QCOMPARE(watcher.last("hytorc/T1/replayed"), answer);
+        const QMap<qint64, QByteArray> lines = journalLines(journal);
+        QList<qint64> ids;
+        for (const QByteArray& payload : watcher.payloads(c_results)) {
+            QCOMPARE(payload, lines.value(idOf(payload)));
+            ids << idOf(payload);
+        }
+        QCOMPARE(ids, sent);
+    }
+
     // A listener on ::1 that accepts and says nothing, over one given-up attempt and the next.
     void unansweredBroker()
     {
@@ -167,6 +222,46 @@ private slots:
             QVERIFY2(received.toMSecsSinceEpoch() - sent.at(i) < 1000, qPrintable(received.toString(Qt::ISODateWithMs)));
         }
         QVERIFY(accepted.size() >= 2 && daemon.errText().contains("(no answer within 10 s)"));
+    }
+
+    // The broker away for 60 s: a result journaled meanwhile reaches a subscriber within 5 s of its return.
+    void outage()
+    {
+        QTemporaryDir dir;
+        DMosquittoBroker broker(dir.path());
+        QVERIFY(broker.start());
+        const QStringList at{"-h", "127.0.0.1", "-p", QString::number(broker.port())};
+        DWatcher watcher(at + QStringList{"-d", "-q", "1", "-c", "-i", "outage", "-t", c_results});
+        QVERIFY(QTest::qWaitFor([&] { return watcher.lines.contains("Client outage received SUBACK"); }, 10000));
+        DSimulatedTool tool;
+        QVERIFY(tool.start({"--baud", "0"}));
+        DTimedHytorc daemon({"--device", tool.linkPath(), "--journal", dir.filePath("r.db"), "--station", "T1", "--op-port", "0",
+                             "--mqtt", QStringLiteral("mqtt://127.0.0.1:%1").arg(broker.port())}, QProcessEnvironment::systemEnvironment(), "hytorcd");
+        QVERIFY(QTest::qWaitFor([&] { return daemon.count("mqtt: connected") == 1 && daemon.count("listening") == 1; }, 20000));
+        broker.stop();
+        tool.say("event");
+        QTest::qWait(60000);
+        QElapsedTimer back;
+        back.start();
+        QVERIFY(broker.start());
+        QVERIFY2(QTest::qWaitFor([&] { return idOf(watcher.last(c_results)) == 1; }, 15000), daemon.errText().constData());
+        QVERIFY2(back.elapsed() <= 5000, qPrintable(QString::number(back.elapsed())));
+    }
+
+    // A wrong password is said as a refused login, not as an unreachable broker.
+    void refusedLogin()
+    {
+        QTemporaryDir dir;
+        QVERIFY(QProcess::execute("mosquitto_passwd", {"-c", "-b", dir.filePath("users"), "station", "right"}) == 0);
+        DMosquittoBroker broker(dir.path(), "password_file " + dir.filePath("users").toUtf8() + '\n');
+        QVERIFY(broker.start());
+        QFile password(dir.filePath("password"));
+        QVERIFY(password.open(QIODevice::WriteOnly) && password.write("wrong\n") && password.flush());
+        DTimedHytorc daemon({"--device", "/dev/null", "--journal", dir.filePath("r.db"), "--op-port", "0", "--mqtt",
+                             QStringLiteral("mqtt://127.0.0.1:%1").arg(broker.port()), "--mqtt-user", "station",
+                             "--mqtt-password-file", password.fileName()}, QProcessEnvironment::systemEnvironment(), "hytorcd");
+        QVERIFY2(QTest::qWaitFor([&] { return daemon.count("refused the login (not authorised)") == 1; }, 15000), daemon.errText().constData());
+        QCOMPARE(daemon.count("cannot reach the broker"), 0);
     }
 
     void refusedSettings_data()

@@ -1,6 +1,8 @@
 #include "d_results_export.h"
 
 #include "d_message_handler.h"
+#include "d_postgres_connection.h"
+#include "d_postgres_results.h"
 #include "d_result_filter.h"
 #include "d_result_record.h"
 
@@ -30,14 +32,27 @@ int DResultsExport::execute()
 {
     QString message;
     DResultJournal journal;
-    if (!journal.open(m_journalPath, DResultJournal::CeReader, &message)) {
-        DMessageHandler::say(message);
+    DPostgresConnection database;
+    DPostgresResults plant(&database);
+    DSource source = [&](const DResultJournal::DQuery& query, const auto& each, QString* error) {
+        return journal.forEachValues(query, each, error);
+    };
+    if (!m_postgres.isEmpty()) {
+        source = [&](const DResultJournal::DQuery& query, const auto& each, QString* error) {
+            return plant.forEachValues({m_station, query.sinceId, query.fromMs, query.toMs, query.limit, query.progId,
+                                        query.status, query.identifier}, each, error);
+        };
+    }
+    const bool opened = m_postgres.isEmpty() ? journal.open(m_journalPath, DResultJournal::CeReader, &message)
+                                             : database.open(m_postgres, QString(), &message);
+    if (!opened) {
+        DMessageHandler::say(m_postgres.isEmpty() ? message : QStringLiteral("postgres: ") + message);
         return CeExitFailure;
     }
     if (m_csv)
         std::fputs(DResultRecord::csvHeader(DResultRecord::journalKeys()).append('\n').constData(), stdout);
     do {
-        if (!printNewRows(journal, &message)) {
+        if (!printNewRows(source, &message)) {
             DMessageHandler::say(message);
             return CeExitFailure;
         }
@@ -57,7 +72,8 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
     parser.setApplicationDescription(QStringLiteral(
         "Prints the results that hytorcd journaled, one JSON object per line or CSV with a header row.\n\n"
         "  hytorc results [--journal FILE] [--since ID] [--from TIME] [--to TIME] [--program N] [--status WORD]\n"
-        "                 [--identifier TEXT] [--format jsonl|csv] [--follow]"));
+        "                 [--identifier TEXT] [--format jsonl|csv] [--follow]\n"
+        "  hytorc results --postgres CONNINFO [--station NAME] [the same filters] [--format jsonl|csv]"));
     const QCommandLineOption help = parser.addHelpOption();
     parser.addOptions({
         {"journal", QStringLiteral("The journal (default: %1).").arg(DResultJournal::defaultPath()), "file"},
@@ -69,6 +85,9 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         {"identifier", "Only results of this part: any of its identifiers.", "text"},
         {"format", "jsonl (default) or csv.", "format"},
         {"follow", "Keep printing new results as the service commits them, until interrupted."},
+        {"postgres", "The plant database that hytorc-collector fills, in place of the journal (libpq's connection "
+                     "string; the password from PGPASSFILE).", "conninfo"},
+        {"station", "With --postgres: only this station's results.", "name"},
     });
     if (!parser.parse(arguments)) {
         *message = parser.errorText() + QStringLiteral(" (try: hytorc results --help)");
@@ -80,6 +99,10 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         return false;
     }
     m_journalPath = parser.isSet("journal") ? parser.value("journal") : DResultJournal::defaultPath();
+    m_postgres = parser.value("postgres");
+    m_station = parser.value("station");
+    if (!checkSource(parser, message))
+        return false;
     const DResultFilter::DOptions filters{
         {"since", DResultFilter::CeAfter},    {"from", DResultFilter::CeFrom},     {"to", DResultFilter::CeTo},
         {"program", DResultFilter::CeProgram}, {"status", DResultFilter::CeStatus}, {"identifier", DResultFilter::CeIdentifier}};
@@ -97,10 +120,22 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         || (*message = QStringLiteral("results takes no other words (try: hytorc results --help)"), false);
 }
 
-bool DResultsExport::printNewRows(const DResultJournal& journal, QString* error)
+// --postgres stands for --journal; the database has no --follow (its rows come from many stations).
+bool DResultsExport::checkSource(const QCommandLineParser& parser, QString* message)
+{
+    if (!parser.isSet("postgres"))
+        return !parser.isSet("station") || (*message = QStringLiteral("--station goes with --postgres"), false);
+    if (parser.isSet("journal") || parser.isSet("follow")) {
+        *message = QStringLiteral("--postgres reads the plant database in place of --journal, without --follow");
+        return false;
+    }
+    return DPostgresConnection::checkConnInfo(m_postgres, message);
+}
+
+bool DResultsExport::printNewRows(const DSource& source, QString* error)
 {
     bool written = true;
-    const bool read = journal.forEachValues(m_query, [&](const QVariantList& row) {
+    const bool read = source(m_query, [&](const QVariantList& row) {
                const QByteArray line = DResultRecord::exportLine(row, m_csv);
                written = std::fwrite(line.constData(), 1, size_t(line.size()), stdout) == size_t(line.size());
                m_query.sinceId = row.first().toLongLong();

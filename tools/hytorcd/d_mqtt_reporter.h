@@ -8,11 +8,12 @@
 class DMqttLink;
 class DMqttPresence;
 class DMqttPublisher;
+class DMqttReplayer;
 class DResultJournal;
 class DStationService;
 
-// hytorcd's MQTT part: the link to the plant's broker, the results from the journal and the
-// station's presence. Runs only when the mqtt key is set.
+// hytorcd's MQTT part: the link to the plant's broker, the results from the journal, the
+// station's presence and the journal's rows sent again when a collector asks. Runs only when the mqtt key is set.
 class DMqttReporter : public QObject
 {
     Q_OBJECT
@@ -34,6 +35,7 @@ private:
     DMqttLink* m_link = nullptr;
     DMqttPublisher* m_publisher = nullptr;
     DMqttPresence* m_presence = nullptr;
+    DMqttReplayer* m_replayer = nullptr;
 };
 
 #endif // D_MQTT_REPORTER_H

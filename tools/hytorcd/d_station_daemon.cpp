@@ -21,7 +21,8 @@
 
 DStationDaemon::DStationDaemon(QObject* parent)
     : QObject(parent)
-    , m_config(configKeys(), {DProgramTable::c_sectionPrefix})
+    , m_config(configKeys(), QStringLiteral("The HYTORC station service: keeps the tool connected and every tightening "
+                                            "result in a journal."), {DProgramTable::c_sectionPrefix})
 {
 }
 

@@ -21,11 +21,16 @@ namespace {
 
 constexpr int c_keepAliveSeconds = 20;  // beyond c_answerMs: an unanswered CONNECT is ours to give up
 constexpr int c_answerMs = 10000;
-constexpr int c_maxBackoffSeconds = 30;
+// A plant expects results again within seconds of its broker's return: the wait stays short.
+constexpr int c_maxBackoffSeconds = 5;
 constexpr int c_loopMs = 100;  // how soon the session's thread sees that it is no longer wanted
 const char* const c_systemAuthorities = "/etc/ssl/certs";
 
-enum EnEvent { CeSessionConnected, CeSessionRefused, CeSessionAcked, CeSessionEnded };
+enum EnEvent { CeSessionConnected, CeSessionRefused, CeSessionAcked, CeSessionMessages, CeSessionEnded };
+
+// MQTT 3.1.1's CONNACK codes for a login the broker does not take.
+constexpr int c_badCredentials = 4;
+constexpr int c_notAuthorised = 5;
 
 } // namespace
 
@@ -60,6 +65,22 @@ struct DMqttSession {
         acksPosted = false;
         return std::move(acks);
     }
+    // Messages too: one queued call takes all that came before it.
+    void receive(const mosquitto_message* message)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        messages.push_back({QByteArray(message->topic),
+                            QByteArray(static_cast<const char*>(message->payload), message->payloadlen)});
+        if (deliver && !messagesPosted)
+            deliver(CeSessionMessages, 0);
+        messagesPosted = true;
+    }
+    std::vector<std::pair<QByteArray, QByteArray>> takeMessages()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        messagesPosted = false;
+        return std::move(messages);
+    }
     void finish(int rc)
     {
         std::lock_guard<std::mutex> lock(mutex);
@@ -76,6 +97,8 @@ struct DMqttSession {
     bool finished = false;
     std::vector<int> acks;
     bool acksPosted = false;
+    std::vector<std::pair<QByteArray, QByteArray>> messages;  // topic, payload
+    bool messagesPosted = false;
     std::function<void(int event, int value)> deliver;  // a queued call to the link; empty once it let go
 };
 
@@ -89,6 +112,11 @@ void onConnect(mosquitto*, void* session, int rc)
 void onPublish(mosquitto*, void* session, int messageId)
 {
     static_cast<DMqttSession*>(session)->acknowledge(messageId);
+}
+
+void onMessage(mosquitto*, void* session, const mosquitto_message* message)
+{
+    static_cast<DMqttSession*>(session)->receive(message);
 }
 
 // The session's thread: the lookup, the connection and every byte to and from the broker.
@@ -171,7 +199,7 @@ int DMqttLink::publish(const QByteArray& topic, const QByteArray& payload, bool 
 void DMqttLink::connectToBroker()
 {
     auto session = std::make_shared<DMqttSession>();
-    session->client = mosquitto_new(m_settings.clientId.toUtf8().constData(), true, session.get());
+    session->client = mosquitto_new(m_settings.clientId.toUtf8().constData(), m_settings.cleanSession, session.get());
     if (!session->client)
         return waitAndRetry(QStringLiteral("no MQTT client: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));
     mosquitto* client = session->client;
@@ -181,6 +209,7 @@ void DMqttLink::connectToBroker()
     mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);  // a result goes out now, not with the next one
     mosquitto_connect_callback_set(client, onConnect);
     mosquitto_publish_callback_set(client, onPublish);
+    mosquitto_message_callback_set(client, onMessage);
     if (!m_willTopic.isEmpty())
         mosquitto_will_set(client, m_willTopic.constData(), m_willPayload.size(), m_willPayload.constData(), 1, true);
     if (!m_settings.user.isEmpty())
@@ -216,6 +245,10 @@ void DMqttLink::onSessionEvent(quint64 generation, int event, int value)
         for (const int messageId : m_session->takeAcks())
             emit sigAcknowledged(messageId);
         return;
+    case CeSessionMessages:
+        for (const auto& message : m_session->takeMessages())
+            emit sigMessage(message.first, message.second);
+        return;
     case CeSessionConnected:
         m_answer.stop();
         m_state = CeConnected;
@@ -223,10 +256,13 @@ void DMqttLink::onSessionEvent(quint64 generation, int event, int value)
         m_failing = false;
         m_refusal.clear();
         DMessageHandler::say(QStringLiteral("mqtt: connected to the broker %1").arg(url()));
+        for (const QByteArray& topic : qAsConst(m_subscriptions))
+            mosquitto_subscribe(m_session->client, nullptr, topic.constData(), 1);
         emit sigConnected();
         return;
     case CeSessionRefused:
         m_refusal = QString::fromUtf8(mosquitto_connack_string(value));
+        m_loginRefused = value == c_badCredentials || value == c_notAuthorised;
         return;
     default:
         if (m_state == CeIdle)
@@ -236,7 +272,7 @@ void DMqttLink::onSessionEvent(quint64 generation, int event, int value)
                                                     : QString::fromUtf8(mosquitto_strerror(value));
         m_refusal.clear();
         dropSession();
-        waitAndRetry(reason);
+        waitAndRetry(reason, value == -ECONNREFUSED);
     }
 }
 
@@ -255,11 +291,15 @@ void DMqttLink::dropSession()
 }
 
 // The first failure after a connection (or after the start) is said; the retries after it only with --verbose.
-void DMqttLink::waitAndRetry(const QString& reason)
+void DMqttLink::waitAndRetry(const QString& reason, bool portClosed)
 {
     const bool wasConnected = m_state == CeConnected;
-    const QString next = QStringLiteral("next try in %1 s").arg(m_backoffSeconds);
-    if (wasConnected)
+    const int waitSeconds = portClosed ? 1 : m_backoffSeconds;
+    const QString next = QStringLiteral("next try in %1 s").arg(waitSeconds);
+    if (m_loginRefused && !m_failing)
+        DMessageHandler::say(QStringLiteral("mqtt: the broker %1 refused the login (not authorised): check mqtt-user and "
+                                            "mqtt-password-file; %2").arg(url(), next));
+    else if (wasConnected)
         DMessageHandler::say(QStringLiteral("mqtt: broker lost (%1); %2, the wait doubling to %3 s")
                                  .arg(reason, next).arg(c_maxBackoffSeconds));
     else if (!m_failing)
@@ -268,9 +308,11 @@ void DMqttLink::waitAndRetry(const QString& reason)
     else
         qInfo().noquote() << QStringLiteral("mqtt: still no broker at %1 (%2); %3").arg(url(), reason, next);
     m_failing = true;
+    m_loginRefused = false;
     m_state = CeWaiting;
-    m_retry.start(m_backoffSeconds * 1000);
-    m_backoffSeconds = qMin(m_backoffSeconds * 2, c_maxBackoffSeconds);
+    m_retry.start(waitSeconds * 1000);
+    if (!portClosed)
+        m_backoffSeconds = qMin(m_backoffSeconds * 2, c_maxBackoffSeconds);
     if (wasConnected)
         emit sigLost();
 }

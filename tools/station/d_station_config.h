@@ -9,9 +9,9 @@
 
 #include <functional>
 
-// hytorcd's settings: an INI file (--config FILE, keys at its top level) and the same keys as
-// command-line options, which win; sections whose names start with a declared prefix ([program.3])
-// are kept for the part that reads them. Each part of the service declares its own keys; a key
+// A station program's settings: an INI file (--config FILE, keys at its top level) and the same
+// keys as command-line options, which win; sections whose names start with a declared prefix
+// ([program.3]) are kept for the part that reads them. Each part of the program declares its own keys; a key
 // nobody declared, a bad value or an unreadable file is one line naming the file, the key and
 // what is allowed.
 class DStationConfig
@@ -29,7 +29,8 @@ public:
     // A section's keys and values, by section name ("program.3").
     using DSections = QMap<QString, QMap<QString, QString>>;
 
-    explicit DStationConfig(const QList<DKey>& keys, const QStringList& sectionPrefixes = {});
+    // `description` heads --help.
+    DStationConfig(const QList<DKey>& keys, const QString& description, const QStringList& sectionPrefixes = {});
 
     // Reads the file named by --config, then the options. False with one line in *message
     // (and *helpShown for --help or --version, whose text is then in *message).
@@ -58,6 +59,7 @@ private:
     bool takeSectionKey(const QString& path, const QString& name, const QString& value, QString* message);
 
     QList<DKey> m_keys;
+    QString m_description;
     QStringList m_sectionPrefixes;
     QHash<QString, QString> m_values;
     DSections m_sections;

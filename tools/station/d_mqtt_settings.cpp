@@ -9,55 +9,46 @@ namespace {
 constexpr int c_mqttPort = 1883;
 constexpr int c_mqttsPort = 8883;
 
-// A topic prefix the broker takes as it is: no wildcards, no empty level at either end.
-bool validTopic(const QString& text)
-{
-    return !text.isEmpty() && !text.contains(QLatin1Char('#')) && !text.contains(QLatin1Char('+'))
-        && !text.startsWith(QLatin1Char('/')) && !text.endsWith(QLatin1Char('/'));
-}
-
 } // namespace
 
-QList<DStationConfig::DKey> DMqttSettings::configKeys()
+QList<DStationConfig::DKey> DMqttSettings::configKeys(const QString& clientIdDefault)
 {
     const auto nonEmpty = [](const QString& text) { return !text.trimmed().isEmpty(); };
     return {
         {QStringLiteral("mqtt"), QString(), QStringLiteral("mqtt://host:port or mqtts://host:port"),
          [](const QString& text) { return DMqttSettings().setUrl(text); },
-         QStringLiteral("Publishes every result to this MQTT broker (port 1883 or 8883 when left out).")},
+         QStringLiteral("The plant's MQTT broker (port 1883 or 8883 when left out).")},
         {QStringLiteral("mqtt-ca"), QString(), QStringLiteral("a readable PEM file"), DStationConfig::readableFile(),
          QStringLiteral("The authority the mqtts:// broker's certificate is checked against. Default: the system's.")},
         {QStringLiteral("mqtt-cert"), QString(), QStringLiteral("a readable PEM file"), DStationConfig::readableFile(),
-         QStringLiteral("The station's client certificate for mqtts://, with --mqtt-key.")},
+         QStringLiteral("The client certificate for mqtts://, with --mqtt-key.")},
         {QStringLiteral("mqtt-key"), QString(), QStringLiteral("a readable PEM file"), DStationConfig::readableFile(),
          QStringLiteral("The private key of --mqtt-cert.")},
         {QStringLiteral("mqtt-user"), QString(), QStringLiteral("a user name"), nonEmpty,
          QStringLiteral("The user name at the broker, with --mqtt-password-file.")},
         {QStringLiteral("mqtt-password-file"), QString(), QStringLiteral("a readable file"), DStationConfig::readableFile(),
          QStringLiteral("A file whose first line is the broker password.")},
-        {QStringLiteral("mqtt-topic"), QString(), QStringLiteral("a topic without wildcards or a / at either end"),
-         validTopic, QStringLiteral("The prefix of the station's topics. Default: hytorc/<station>.")},
         {QStringLiteral("mqtt-client-id"), QString(), QStringLiteral("a client id of 1 to 65535 bytes"),
          [](const QString& text) { return !text.isEmpty() && text.toUtf8().size() <= 65535; },
-         QStringLiteral("The MQTT client id. Default: hytorcd-<station>.")},
+         QStringLiteral("The MQTT client id. Default: %1.").arg(clientIdDefault)},
     };
 }
 
-bool DMqttSettings::read(const DStationConfig& config, const QString& station, QString* error)
+bool DMqttSettings::validTopic(const QString& text)
+{
+    return !text.isEmpty() && !text.contains(QLatin1Char('#')) && !text.contains(QLatin1Char('+'))
+        && !text.startsWith(QLatin1Char('/')) && !text.endsWith(QLatin1Char('/'));
+}
+
+bool DMqttSettings::read(const DStationConfig& config, const QString& clientIdDefault, QString* error)
 {
     setUrl(config.value(QStringLiteral("mqtt")));
     caFile = config.value(QStringLiteral("mqtt-ca"));
     certFile = config.value(QStringLiteral("mqtt-cert"));
     keyFile = config.value(QStringLiteral("mqtt-key"));
     user = config.value(QStringLiteral("mqtt-user")).trimmed();
-    topic = config.isSet(QStringLiteral("mqtt-topic")) ? config.value(QStringLiteral("mqtt-topic"))
-                                                        : QStringLiteral("hytorc/") + station;
     clientId = config.isSet(QStringLiteral("mqtt-client-id")) ? config.value(QStringLiteral("mqtt-client-id"))
-                                                               : QStringLiteral("hytorcd-") + station;
-    if (!validTopic(topic)) {
-        *error = QStringLiteral("the station name \"%1\" cannot be part of an MQTT topic: give mqtt-topic").arg(station);
-        return false;
-    }
+                                                               : clientIdDefault;
     if (!tls && !(caFile + certFile + keyFile).isEmpty()) {
         *error = QStringLiteral("mqtt-ca, mqtt-cert and mqtt-key need an mqtts:// broker, not %1").arg(url());
         return false;

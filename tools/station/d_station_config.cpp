@@ -11,8 +11,9 @@ const QString c_verboseOption = QStringLiteral("verbose");
 const QString c_checkOption = QStringLiteral("check-config");
 } // namespace
 
-DStationConfig::DStationConfig(const QList<DKey>& keys, const QStringList& sectionPrefixes)
+DStationConfig::DStationConfig(const QList<DKey>& keys, const QString& description, const QStringList& sectionPrefixes)
     : m_keys(keys)
+    , m_description(description)
     , m_sectionPrefixes(sectionPrefixes)
 {
 }
@@ -21,20 +22,22 @@ bool DStationConfig::parse(const QStringList& arguments, QString* message, bool*
 {
     *helpShown = false;
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("The HYTORC station service: keeps the tool connected and every tightening result in a journal."));
+    parser.setApplicationDescription(m_description);
+    const QString tryHelp = QStringLiteral(" (try: %1 --help)").arg(QCoreApplication::applicationName());
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
     parser.addOption({c_configOption, QStringLiteral("Reads the settings of FILE (INI; options win)."),
                       QStringLiteral("file")});
     parser.addOption({c_verboseOption, QStringLiteral("Every log line, retries included.")});
-    parser.addOption({c_checkOption, QStringLiteral("Prints the resolved settings (the programs' table) and exits.")});
+    const bool sections = !m_sectionPrefixes.isEmpty();  // what --check-config prints
+    if (sections)
+        parser.addOption({c_checkOption, QStringLiteral("Prints the resolved settings (the programs' table) and exits.")});
     for (const DKey& key : m_keys) {
         const QString help = key.help + (key.defaultValue.isEmpty() ? QString() : QStringLiteral(" Default: %1.").arg(key.defaultValue));
         parser.addOption(key.flag ? QCommandLineOption(key.name, help) : QCommandLineOption(key.name, help, QStringLiteral("value")));
     }
     if (!parser.parse(arguments)) {
-        *message = parser.errorText() + QStringLiteral(" (try: hytorcd --help)");
+        *message = parser.errorText() + tryHelp;
         return false;
     }
     if (parser.isSet(help) || parser.isSet(version)) {
@@ -45,11 +48,11 @@ bool DStationConfig::parse(const QStringList& arguments, QString* message, bool*
         return false;
     }
     if (!parser.positionalArguments().isEmpty()) {
-        *message = QStringLiteral("unexpected argument \"%1\" (try: hytorcd --help)").arg(parser.positionalArguments().first());
+        *message = QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().first()) + tryHelp;
         return false;
     }
     m_verbose = parser.isSet(c_verboseOption);
-    m_checkOnly = parser.isSet(c_checkOption);
+    m_checkOnly = sections && parser.isSet(c_checkOption);
     if (parser.isSet(c_configOption) && !readFile(parser.value(c_configOption), message))
         return false;
     for (const DKey& key : m_keys) {
