@@ -35,6 +35,7 @@ DWebStatus::DWebStatus(DWebFeed* feed, DStationService* service, DStationPart* p
     connect(part, &DStationPart::sigBatchChanged, this, &DWebStatus::onChanged);
     connect(part, &DStationPart::sigLockAtBatchDoneChanged, this, &DWebStatus::onChanged);
     connect(journal, &DResultJournal::sigEventRecorded, this, &DWebStatus::onEventRecorded);
+    connect(service, &DStationService::sigToolLockSet, this, &DWebStatus::onToolLockSet);
     connect(&m_poll, &QTimer::timeout, this, &DWebStatus::onChanged);
     m_poll.start(c_pollMs);
     m_feed->changed("station", QJsonDocument(QJsonArray{service->station()}).toJson(QJsonDocument::Compact).mid(1).chopped(1));
@@ -64,6 +65,15 @@ void DWebStatus::onEventRecorded(const QString& kind, const QString& text)
     onChanged();
 }
 
+// Error-proofing says why in the journal's events; a lock nobody else asked for is a client's.
+void DWebStatus::onToolLockSet(bool locked, const QString& requester)
+{
+    if (!requester.isEmpty())
+        return;
+    m_clientLocked = locked;
+    onChanged();
+}
+
 QByteArray DWebStatus::toolJson() const
 {
     static const char* const c_states[] = {"stopped", "connecting", "identifying", "listening", "waiting"};
@@ -74,6 +84,8 @@ QByteArray DWebStatus::toolJson() const
     QString why = m_lockReason;
     if (m_part->isLockedAtBatchDone())
         why = QStringLiteral("the batch is done");
+    if (m_clientLocked)
+        why = QStringLiteral("locked by a line controller (Open Protocol 0042)");
     return compact({{"connected", m_service->isToolConnected()},
                     {"state", QLatin1String(c_states[m_service->state()])},
                     {"serial", orNull(m_service->toolSerial())},

@@ -26,6 +26,7 @@ public:
 private:
     void onChanged();
     void onEventRecorded(const QString& kind, const QString& text);
+    void onToolLockSet(bool locked, const QString& requester);
     QByteArray toolJson() const;
     QByteArray partJson() const;
     QByteArray linksJson() const;
@@ -36,6 +37,7 @@ private:
     const DOpServer* m_opServer = nullptr;
     const DMqttReporter* m_mqtt = nullptr;
     QString m_lockReason;  // the last lock the journal recorded, until an unlock
+    bool m_clientLocked = false;  // a line controller's setLock (Open Protocol 0042), which outranks the others
     QTimer m_poll;         // the Open Protocol clients come and go without a signal
 };
 
