@@ -17,7 +17,8 @@ namespace {
 QByteArray exported(const QStringList& arguments)
 {
     QProcess hytorc;
-    hytorc.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + QStringLiteral("/bin/hytorc"), QStringList{"results"} + arguments);
+    hytorc.start(qEnvironmentVariable("HYTORC_BUILD_DIR") + QStringLiteral("/bin/hytorc"),
+                 arguments.first() == "spc" ? arguments : QStringList{"results"} + arguments);
     hytorc.waitForFinished(30000);
     return hytorc.readAllStandardOutput();
 }
@@ -33,11 +34,13 @@ struct DStation {
                                                 QProcessEnvironment::systemEnvironment(), "hytorcd");
         this->name = name;
     }
-    // The journal's export and the database's, the same bytes.
+    // The journal's export and the database's, the same bytes; their SPC figures too.
     bool collected(const DPostgresServer& db, const QString& database) const
     {
         const QByteArray journalRows = exported({"--journal", journal});
-        return !journalRows.isEmpty() && journalRows == exported({"--postgres", db.connInfo(database), "--station", name});
+        const QStringList plant{"--postgres", db.connInfo(database), "--station", name};
+        return !journalRows.isEmpty() && journalRows == exported(plant)
+            && exported({"spc", "--format", "json", "--journal", journal}) == exported(QStringList{"spc", "--format", "json"} + plant);
     }
     QString name;
     QString journal;

@@ -101,8 +101,12 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
     m_journalPath = parser.isSet("journal") ? parser.value("journal") : DResultJournal::defaultPath();
     m_postgres = parser.value("postgres");
     m_station = parser.value("station");
-    if (!checkSource(parser, message))
+    if (!checkPlantSource(parser, message))
         return false;
+    if (parser.isSet("postgres") && parser.isSet("follow")) {
+        *message = QStringLiteral("--postgres has no --follow: its rows come from many stations");
+        return false;
+    }
     const DResultFilter::DOptions filters{
         {"since", DResultFilter::CeAfter},    {"from", DResultFilter::CeFrom},     {"to", DResultFilter::CeTo},
         {"program", DResultFilter::CeProgram}, {"status", DResultFilter::CeStatus}, {"identifier", DResultFilter::CeIdentifier}};
@@ -120,16 +124,15 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         || (*message = QStringLiteral("results takes no other words (try: hytorc results --help)"), false);
 }
 
-// --postgres stands for --journal; the database has no --follow (its rows come from many stations).
-bool DResultsExport::checkSource(const QCommandLineParser& parser, QString* message)
+bool DResultsExport::checkPlantSource(const QCommandLineParser& parser, QString* message)
 {
     if (!parser.isSet("postgres"))
         return !parser.isSet("station") || (*message = QStringLiteral("--station goes with --postgres"), false);
-    if (parser.isSet("journal") || parser.isSet("follow")) {
-        *message = QStringLiteral("--postgres reads the plant database in place of --journal, without --follow");
+    if (parser.isSet("journal")) {
+        *message = QStringLiteral("--postgres reads the plant database in place of --journal: give one");
         return false;
     }
-    return DPostgresConnection::checkConnInfo(m_postgres, message);
+    return DPostgresConnection::checkConnInfo(parser.value("postgres"), message);
 }
 
 bool DResultsExport::printNewRows(const DSource& source, QString* error)

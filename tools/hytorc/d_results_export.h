@@ -13,6 +13,10 @@ class QCommandLineParser;
 // way. It only reads, so it never holds up the service.
 class DResultsExport : public DSubcommand
 {
+public:
+    // --postgres CONNINFO stands for --journal; --station goes with it. False with one line.
+    static bool checkPlantSource(const QCommandLineParser& parser, QString* message);
+
 protected:
     bool parse(const QStringList& arguments, QString* message, bool* helpShown) override;
     int execute() override;
@@ -21,7 +25,6 @@ private:
     // Rows of a query in the order of DResultRecord::journalKeys(): the journal's, or the plant database's.
     using DSource = std::function<bool(const DResultJournal::DQuery&, const std::function<bool(const QVariantList&)>&, QString*)>;
 
-    bool checkSource(const QCommandLineParser& parser, QString* message);
     // Writes the rows after `m_query.sinceId` and moves it past them; false on a read or write error.
     bool printNewRows(const DSource& source, QString* error);
 

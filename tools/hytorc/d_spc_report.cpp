@@ -1,10 +1,15 @@
 #include "d_spc_report.h"
 
 #include "d_message_handler.h"
+#include "d_postgres_connection.h"
+#include "d_postgres_results.h"
 #include "d_result_filter.h"
+#include "d_result_record.h"
+#include "d_results_export.h"
 #include "d_spc.h"
 
 #include <QCommandLineParser>
+#include <QVector>
 
 #include <cstdio>
 
@@ -38,8 +43,10 @@ int DSpcReport::run(const QStringList& arguments)
     }
     DResultJournal journal;
     QMap<int, DSpc> programs;
-    if (!journal.open(m_journalPath, DResultJournal::CeReader, &message)
-        || !DSpc::fromJournal(journal, m_query, &programs, &message)) {
+    const bool read = m_postgres.isEmpty() ? journal.open(m_journalPath, DResultJournal::CeReader, &message)
+                                                 && DSpc::fromJournal(journal, m_query, &programs, &message)
+                                           : fromPostgres(&programs, &message);
+    if (!read) {
         DMessageHandler::say(message);
         return CeExitFailure;
     }
@@ -56,13 +63,41 @@ int DSpcReport::run(const QStringList& arguments)
     return std::fflush(stdout) == 0 ? CeExitSuccess : CeExitFailure;
 }
 
+bool DSpcReport::fromPostgres(QMap<int, DSpc>* programs, QString* error) const
+{
+    DPostgresConnection database;
+    if (!database.open(m_postgres, QString(), error)) {
+        *error = QStringLiteral("postgres: ") + *error;
+        return false;
+    }
+    if (m_query.progId > 0)
+        programs->insert(m_query.progId, DSpc(m_query.progId));
+    const QStringList& keys = DResultRecord::journalKeys();
+    QVector<int> columns;
+    for (const QString& key : DSpc::keys())
+        columns << keys.indexOf(key);
+    const int program = keys.indexOf(QStringLiteral("progId"));
+    QVariantList values;
+    DPostgresResults plant(&database);
+    return plant.forEachValues({m_station, 0, m_query.fromMs, m_query.toMs, 0, m_query.progId}, [&](const QVariantList& row) {
+        values.clear();
+        for (int column : columns)
+            values << row.at(column);
+        const int progId = row.at(program).toInt();
+        auto it = programs->find(progId);
+        (it != programs->end() ? it : programs->insert(progId, DSpc(progId)))->add(values);
+        return true;
+    }, error);
+}
+
 bool DSpcReport::parse(const QStringList& arguments, QString* message, bool* helpShown)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Prints each program's torque figures (N·m) over the results hytorcd journaled: n, mean, sample standard\n"
         "deviation, min, max, the limits and target, Cp, Cpk and the NOK rate; \"—\" where a figure is undefined.\n\n"
-        "  hytorc spc [--journal FILE] [--program N] [--since TIME] [--until TIME] [--format table|json]"));
+        "  hytorc spc [--journal FILE] [--program N] [--since TIME] [--until TIME] [--format table|json]\n"
+        "  hytorc spc --postgres CONNINFO [--station NAME] [the same options]"));
     const QCommandLineOption help = parser.addHelpOption();
     parser.addOptions({
         {"journal", QStringLiteral("The journal (default: %1).").arg(DResultJournal::defaultPath()), "file"},
@@ -70,6 +105,9 @@ bool DSpcReport::parse(const QStringList& arguments, QString* message, bool* hel
         {"since", "Only results received at or after this time (ISO 8601; local time without a zone).", "time"},
         {"until", "Only results received at or before this time.", "time"},
         {"format", "table (default) or json (one object per program and line, as the web page's /api/spc).", "format"},
+        {"postgres", "The plant database that hytorc-collector fills, in place of the journal (libpq's connection "
+                     "string; the password from PGPASSFILE).", "conninfo"},
+        {"station", "With --postgres: only this station's results.", "name"},
     });
     if (!parser.parse(arguments)) {
         *message = parser.errorText() + QStringLiteral(" (try: hytorc spc --help)");
@@ -81,6 +119,10 @@ bool DSpcReport::parse(const QStringList& arguments, QString* message, bool* hel
         return false;
     }
     m_journalPath = parser.isSet("journal") ? parser.value("journal") : DResultJournal::defaultPath();
+    m_postgres = parser.value("postgres");
+    m_station = parser.value("station");
+    if (!DResultsExport::checkPlantSource(parser, message))
+        return false;
     const DResultFilter::DOptions filters{
         {"program", DResultFilter::CeProgram}, {"since", DResultFilter::CeFrom}, {"until", DResultFilter::CeTo}};
     if (!DResultFilter::fromOptions(parser, filters, &m_query, message))
