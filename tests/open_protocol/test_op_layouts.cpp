@@ -96,7 +96,7 @@ private slots:
         QTest::newRow("0074") << DOpAlarmLayouts::acknowledged(alarm) << 24 << QStringList{"21:E101"};
         QTest::newRow("0076 rev 1, active") << DOpAlarmLayouts::status(1, true, alarm) << 56 << QStringList{"21:01102E10103104005"};
         QTest::newRow("0076 rev 2, none") << DOpAlarmLayouts::status(2, false, alarm) << 57
-            << QStringList{"21:01002     03104005" + spaces(19)};
+            << QStringList{"21:01002     03104105" + spaces(19)};
         QTest::newRow("0081") << DOpTimeLayouts::time(c_when) << 39 << QStringList{"21:2026-03-04:05:06:07"};
     }
 

@@ -28,7 +28,7 @@ QByteArray DOpAlarmLayouts::status(int revision, bool active, const DAlarm& alar
         .number(1, active ? 1 : 0, 1)
         .text(2, active ? alarm.code : QString(), codeWidth(revision))
         .number(3, 1, 1)
-        .number(4, alarm.toolReady ? 1 : 0, 1)
+        .number(4, !active || alarm.toolReady ? 1 : 0, 1)
         .text(5, active ? DOpValues::timestamp(alarm.when) : QString(), DOpValues::c_timestampWidth)
         .data();
 }

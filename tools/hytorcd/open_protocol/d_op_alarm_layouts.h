@@ -21,7 +21,7 @@ public:
 
     static QByteArray alarm(int revision, const DAlarm& alarm);                 // 0071
     static QByteArray acknowledged(const DAlarm& alarm);                        // 0074: the alarm is over
-    // 0076: `active` false sends no code and the tool's readiness of `alarm`.
+    // 0076: `active` false sends no code, no time and a ready tool.
     static QByteArray status(int revision, bool active, const DAlarm& alarm);
 
 private:

@@ -333,7 +333,7 @@ void DOpSession::onBatchSize(const DOpMessage& message)
         error = QStringLiteral("batch size \"%1\": a parameter set id of 3 digits and a size of 2 are expected")
                     .arg(QString::fromLatin1(data.left(20)));
     if (!error.isEmpty() || !m_server->part()->setBatchSize(data.left(3).toInt(), data.mid(3).toInt(), &error)) {
-        DMessageHandler::say(QStringLiteral("Open Protocol client %1: %2").arg(m_peer, error));
+        DMessageHandler::say(QStringLiteral("Open Protocol client %1: %2; refused").arg(m_peer, error));
         return refuse(19, CeInvalidData);
     }
     accept(19);
