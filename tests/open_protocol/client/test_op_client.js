@@ -65,7 +65,7 @@ async function main() {
   assert.deepStrictEqual(results.map((r) => r.tighteningId), ['0000000001', '0000000002']);
   const { controllerName, cellId, paramSetId, torqueTarget } = results[0];
   assert.deepStrictEqual({ controllerName, cellId, paramSetId, torqueTarget },  // P1: 120 ft·lb
-    { controllerName: 'T1', cellId: 1, paramSetId: 1, torqueTarget: 162.7 });
+    { controllerName: 'T1', cellId: 1, paramSetId: 1, torqueTarget: 162.69 });  // truncated, not rounded
   assert.ok(results[0].torque > 140 && results[0].torque < 170, `torque ${results[0].torque}`);
   assert.match(results[0].timestamp, /^\d{4}-\d\d-\d\d:\d\d:\d\d:\d\d$/);
 
