@@ -222,6 +222,29 @@ private slots:
         QTRY_COMPARE(m_daemon->count("closed") + m_daemon->count("refused"), linesBefore + logLines);
     }
 
+    // A connection flood past the limit: counted lines (a tenth of one per connection at most), and the
+    // clients in place still answered.
+    void refusalsCollapsed()
+    {
+        const int linesBefore = m_daemon->count("refused");
+        QList<std::shared_ptr<QTcpSocket>> clients;
+        for (int i = 0; i < 202; ++i) {
+            clients << std::make_shared<QTcpSocket>();
+            clients.last()->connectToHost(QHostAddress::LocalHost, m_port);
+            QVERIFY(clients.last()->waitForConnected(2000));
+            if (i < 2) {
+                clients.last()->write(c_start);
+                QVERIFY(clients.last()->waitForReadyRead(2000));
+                clients.last()->readAll();
+            }
+        }
+        clients.first()->write(msg("9999"));
+        QVERIFY(clients.first()->waitForReadyRead(2000));
+        QCOMPARE(clients.first()->readAll(), msg("9999"));
+        QTest::qWait(2500);  // the counted lines are said as their second ends
+        QVERIFY2(m_daemon->count("refused") - linesBefore <= 20, m_daemon->errText().right(2000).constData());
+    }
+
 private:
     QTemporaryDir m_dir;
     DSimulatedTool m_tool;
