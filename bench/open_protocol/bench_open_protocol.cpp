@@ -6,6 +6,9 @@
 // - CPU: hytorcd's user + system time (/proc/PID/stat) with 5 clients (and with none, for
 //   comparison) while the simulator sends reports at the link's capacity (115200 baud).
 //   HYTORC_BENCH_SECONDS shortens each run (default 60).
+// - Under a flood: one client pipelines 0064 requests (reading its replies) for 30 s (or
+//   HYTORC_BENCH_SECONDS); meanwhile a report's way to a subscriber's 0061 (its commit in
+//   between) and another client's 9999 answer are timed, and compared with the same without the flood.
 #include "d_hytorc_process.h"
 #include "d_op_message.h"
 #include "d_simulated_tool.h"
@@ -88,7 +91,7 @@ struct DStation {
     {
         QTcpServer probe;
         probe.listen(QHostAddress::LocalHost);
-        const quint16 port = probe.serverPort();
+        port = probe.serverPort();
         probe.close();
         if (!tool.start(simulatorArguments))
             return;
@@ -117,6 +120,7 @@ struct DStation {
         return (fields.value(12).toLongLong() + fields.value(13).toLongLong()) / double(sysconf(_SC_CLK_TCK));
     }
 
+    quint16 port = 0;
     QTemporaryDir dir;
     DSimulatedTool tool;
     std::unique_ptr<DTimedHytorc> daemon;
@@ -202,8 +206,112 @@ void BM_CpuAtLinkCapacity(benchmark::State& state)
     }
 }
 
+// A client that keeps a pipeline of 0064 requests full and throws its replies away.
+class DFlooder
+{
+public:
+    explicit DFlooder(quint16 port)
+    {
+        QObject::connect(&m_socket, &QTcpSocket::readyRead, [this] { m_socket.readAll(); });
+        QObject::connect(&m_timer, &QTimer::timeout, [this] {
+            while (m_socket.bytesToWrite() < 64 * 1024)
+                m_socket.write(m_requests);
+        });
+        m_requests = DOpMessage(64, "0000000000").bytes().repeated(100);
+        m_socket.connectToHost(QHostAddress::LocalHost, port);
+        m_socket.write(msg(1));
+        m_timer.start(1);
+    }
+
+private:
+    QTcpSocket m_socket;
+    QTimer m_timer;
+    QByteArray m_requests;
+};
+
+// Another client's 9999, answered: milliseconds from the request to its mirror.
+class DProber
+{
+public:
+    explicit DProber(quint16 port)
+    {
+        QObject::connect(&m_socket, &QTcpSocket::readyRead, [this] {
+            m_buffer += m_socket.readAll();
+            while (m_buffer.contains(msg(9999))) {
+                m_buffer.remove(0, m_buffer.indexOf(msg(9999)) + msg(9999).size());
+                replies.push_back(m_clock.nsecsElapsed() / 1e6);
+            }
+        });
+        m_socket.connectToHost(QHostAddress::LocalHost, port);
+        m_socket.write(msg(1));
+    }
+    void probe()
+    {
+        m_clock.start();
+        m_socket.write(msg(9999));
+    }
+
+    std::vector<double> replies;
+
+private:
+    QTcpSocket m_socket;
+    QElapsedTimer m_clock;
+    QByteArray m_buffer;
+};
+
+// Reports and keep-alives for `seconds`, one each 200 ms: their p99 in milliseconds.
+std::pair<double, double> timedRounds(DStation* station, DProber* prober, int seconds)
+{
+    std::vector<double> reportsMs;
+    for (int round = 0; round < seconds * 5; ++round) {
+        const int before = station->received(0);
+        const qint64 sentAt = station->clock.nsecsElapsed();
+        station->tool.say("event");
+        prober->probe();
+        spinUntil([&] { return station->received(0) > before; }, 5000);
+        if (station->received(0) > before)
+            reportsMs.push_back((station->subscribers.at(0)->arrivals.last() - sentAt) / 1e6);
+        spin(200);
+    }
+    if (reportsMs.empty() || prober->replies.empty())
+        return {-1, -1};
+    return {percentile(reportsMs, 0.99), percentile(prober->replies, 0.99)};
+}
+
+void BM_UnderFlood(benchmark::State& state)
+{
+    const int seconds = qEnvironmentVariableIsSet("HYTORC_BENCH_SECONDS")
+        ? qBound(1, qEnvironmentVariableIntValue("HYTORC_BENCH_SECONDS"), 30) : 30;
+    DStation station({"--baud", "0"}, 1);
+    if (!station.ready) {
+        state.SkipWithError("hytorcd, the simulator or the clients could not start");
+        return;
+    }
+    DProber prober(station.port);
+    spin(500);
+    for (auto _ : state) {
+        const std::pair<double, double> quiet = timedRounds(&station, &prober, 5);
+        prober.replies.clear();
+        DFlooder flooder(station.port);
+        spin(1000);  // the pipeline full
+        const std::pair<double, double> flooded = timedRounds(&station, &prober, seconds);
+        if (flooded.first < 0 || flooded.second < 0) {
+            state.SkipWithError("no report or no keep-alive came back under the flood");
+            return;
+        }
+        state.counters["report_p99_ms_quiet"] = quiet.first;
+        state.counters["report_p99_ms_flood"] = flooded.first;
+        state.counters["report_added_p99_ms"] = flooded.first - quiet.first;
+        state.counters["9999_p99_ms_quiet"] = quiet.second;
+        state.counters["9999_p99_ms_flood"] = flooded.second;
+        state.counters["9999_added_p99_ms"] = flooded.second - quiet.second;
+    }
+}
+
 } // namespace
 
+// A flood of 0064 from one client against a report's commit and another client's answer.
+BENCHMARK(BM_UnderFlood)->Unit(benchmark::kSecond)->Iterations(1);
 // {clients, journal on disk}: tmpfs shows what the journal's fsync costs of the whole.
 BENCHMARK(BM_ReportTo0061)->Args({1, 1})->Args({5, 1})->Args({1, 0})->Args({5, 0})->Unit(benchmark::kMillisecond)->Iterations(1);
 // 0 clients: hytorcd's own share (link, plug-in, journal), for comparison.

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QHash>
 #include <QList>
 #include <QObject>
@@ -57,9 +58,10 @@ private:
     };
     static const QHash<int, DMid>& mids();
 
+    void onIdleCheck();
     void onReadyRead();
     void onBytesWritten();
-    void scheduleSlice();
+    void scheduleSlice(int delayMs = 0);
     void readMessages();
     void handle(const DOpMessage& message);
     void onStart(const DOpMessage& message);
@@ -114,6 +116,7 @@ private:
     qint64 m_inFlight = 0;     // the result sent and not yet acknowledged
     int m_resends = 0;
     QTimer m_idle;
+    QElapsedTimer m_lastExchange;  // since the last whole message, either way
     QTimer m_startTimer;
     QTimer m_ackTimer;
 };
