@@ -5,8 +5,8 @@
 // 1-2, 0071, 0076 and 0081, checks each field id and width, and steps the revisions down as
 // integrators' clients do. Run by CTest with HYTORC_BUILD_DIR set; Node.js only, no package.
 const assert = require('assert');
-const { spawn } = require('child_process');
-const [fs, net, os, path] = ['fs', 'net', 'os', 'path'].map(require);
+const [net, path] = ['net', 'path'].map(require);
+const { run, until, freePort, runTest } = require('../station.js');
 
 // [id, width]; id null: a field without id. Open Protocol R2.8.0, p.134-142 (0061), p.147-152 (0065).
 const seq = (first, widths) => widths.map((w, i) => [first + i, w]);
@@ -78,30 +78,6 @@ class Client {
   }
 }
 
-const children = [];
-const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
-async function until(what, check, ms = 15000) {
-  for (const end = Date.now() + ms; ; await sleep(20)) {
-    const value = check();
-    if (value) return value;
-    if (Date.now() > end) throw new Error(`timed out waiting for ${what}`);
-  }
-}
-function run(program, args) {
-  const child = spawn(path.join(process.env.HYTORC_BUILD_DIR || 'build', 'bin', program), args);
-  Object.assign(child, { out: '', err: '' });
-  child.stdout.on('data', (d) => { child.out += d; });
-  child.stderr.on('data', (d) => { child.err += d; });
-  children.push(child);
-  return child;
-}
-const freePort = () => new Promise((resolve) => {
-  const probe = net.createServer().listen(0, '127.0.0.1', () => {
-    const { port } = probe.address();
-    probe.close(() => resolve(port));
-  });
-});
-
 async function main(dir) {
   const link = path.join(dir, 'tool');
   const sim = run('hytorc-sim', ['--link', link, '--reopen-after=1000']);
@@ -152,14 +128,4 @@ async function main(dir) {
   client.socket.end();
 }
 
-const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'op-layouts-'));
-const stopAll = () => children.forEach((child) => child.kill('SIGTERM'));
-process.on('exit', stopAll);
-main(dir).then(() => console.log('PASS: every field of the published layouts'), (error) => {
-  console.error(`FAIL: ${error.stack}`);
-  for (const child of children) console.error(`--- ${child.spawnfile}\n${child.err}`);
-  process.exitCode = 1;
-}).finally(() => {
-  stopAll();
-  fs.rmSync(dir, { recursive: true, force: true });
-});
+runTest('every field of the published layouts', main);
