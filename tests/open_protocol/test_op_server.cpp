@@ -129,8 +129,6 @@ private slots:
             << QString() << true << 1;
         QTest::newRow("ended before its length says") << QByteArray("00300001001         \0", 21) << none << none << none << 0
             << QString() << true << 1;
-        QTest::newRow("one client too many: 0004 error 16") << c_start << none << none << none << 2 << refused("0001", "16")
-            << true << 1;
         QTest::newRow("gone silent") << QByteArray() << none << none << none << 0 << QString() << true << 1;
         QTest::newRow("bytes, never a whole message, after 0001") << c_start << none << none << "99999999001" + QByteArray(49, ' ') << 0
             << c_started << true << 1;
@@ -141,6 +139,9 @@ private slots:
             << QByteArray("drop") << none << msg("9999").repeated(10) << 0
             << c_started + accepted("0070") + "00570076002 {9}01102E101 03104005" + c_timestamp + "\\|" + refused("0070", "11")
                + refused("0018", "27") + refused("0042", "27") + refused("0043", "27") + "00240074001 {9}E101\\|" << false << 0;
+        // Last: a refusal's counted line may come a second later, where only the flood counts lines.
+        QTest::newRow("one client too many: 0004 error 16") << c_start << none << none << none << 2 << refused("0001", "16")
+            << true << 1;
     }
 
     void exchange()

@@ -2,7 +2,6 @@
 
 #include "d_message_handler.h"
 #include "d_op_program_layouts.h"
-#include "d_op_result_layouts.h"
 #include "d_op_session.h"
 #include "d_result_journal.h"
 #include "d_station_part.h"
@@ -166,25 +165,28 @@ QByteArray DOpServer::lastResultData(qint64 id, int revision)
     const auto cached = m_cachedData.constFind(revision);
     if (cached != m_cachedData.cend())
         return cached.value();
-    const QByteArray data = oldResultData(id, -revision);
-    if (data.isEmpty()) {
+    const std::optional<DOpResultLayouts> layouts = resultLayouts(id);
+    if (!layouts) {
         DMessageHandler::say(QStringLiteral("Open Protocol: result %1 not in the journal; not sent").arg(id));
-        return data;
+        return QByteArray();
     }
     m_cachedId = id;
-    m_cachedData.insert(revision, data);
-    return data;
+    return *m_cachedData.insert(revision, layouts->lastResult(revision));
 }
 
-// A negative `revision` asks for 0061's layout at its opposite, one function for both reads of the row.
 QByteArray DOpServer::oldResultData(qint64 id, int revision) const
+{
+    const std::optional<DOpResultLayouts> layouts = resultLayouts(id);
+    return layouts ? layouts->oldResult(revision) : QByteArray();
+}
+
+std::optional<DOpResultLayouts> DOpServer::resultLayouts(qint64 id) const
 {
     const QVariantMap row = m_journal->row(id);
     if (row.isEmpty())
-        return QByteArray();
+        return std::nullopt;
     const QVariantMap program = m_service->programs().value(row.value(QStringLiteral("progId")).toInt() - 1).toMap();
-    const DOpResultLayouts layouts(m_settings, row, program, lastProgramChange());
-    return revision < 0 ? layouts.lastResult(-revision) : layouts.oldResult(revision);
+    return DOpResultLayouts(m_settings, row, program, lastProgramChange());
 }
 
 QByteArray DOpServer::programSelectedData(int revision, int progId, const QDateTime& when) const

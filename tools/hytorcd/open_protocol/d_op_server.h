@@ -2,6 +2,7 @@
 #define D_OP_SERVER_H
 
 #include "d_op_alarm_layouts.h"
+#include "d_op_result_layouts.h"
 #include "d_op_settings.h"
 #include "d_station_config.h"
 
@@ -13,6 +14,8 @@
 #include <QPair>
 #include <QTcpServer>
 #include <QTimer>
+
+#include <optional>
 
 class DOpSession;
 class DResultJournal;
@@ -64,6 +67,8 @@ private:
     void listen();
     void onNewConnection();
     void onProgramSelected(int progId, const QDateTime& when);
+    // The journal's row `id` in the result layouts; none when the journal has no such row.
+    std::optional<DOpResultLayouts> resultLayouts(qint64 id) const;
     void onToolStateChanged(bool connected);
     void onEventRecorded(const QString& kind, const QString& text);
     void refuse(QTcpSocket* socket, const QString& peer, const QString& why);

@@ -142,8 +142,10 @@ DOpSession::DOpSession(QTcpSocket* socket, const QString& address, bool busy, DO
     m_ackTimer.setSingleShot(true);
     m_ackTimer.setInterval(server->ackTimeoutMs());
     connect(&m_idle, &QTimer::timeout, this, &DOpSession::onIdleCheck);
-    connect(&m_startTimer, &QTimer::timeout, this,
-            [this] { close(QStringLiteral("no 0001 within %1 s").arg(m_startTimer.interval() / 1000)); });
+    // A client let in only to hear error 16 was said as refused already.
+    connect(&m_startTimer, &QTimer::timeout, this, [this] {
+        close(m_busy ? QString() : QStringLiteral("no 0001 within %1 s").arg(m_startTimer.interval() / 1000));
+    });
     connect(&m_ackTimer, &QTimer::timeout, this, &DOpSession::onAckTimeout);
     connect(socket, &QTcpSocket::readyRead, this, &DOpSession::onReadyRead);
     connect(socket, &QTcpSocket::bytesWritten, this, &DOpSession::onBytesWritten);
