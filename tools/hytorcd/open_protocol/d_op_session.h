@@ -106,7 +106,6 @@ private:
     bool m_started = false;
     bool m_closed = false;
     bool m_sliceQueued = false;
-    bool m_reading = false;
     bool m_paused = false;  // its replies wait unread: its requests wait too
     bool m_waitingForTool = false;  // a tool command is running: later requests and pushes wait their turn
     bool m_answering = false;       // a request is being answered: its pushes wait for the answer
