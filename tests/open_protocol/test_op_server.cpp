@@ -100,8 +100,6 @@ private slots:
         QTest::newRow("latest and unknown old results") << c_start + msg("0064", "0000000000") + msg("0064", "99")
             << none << none << none << 0 << c_started + "01180065001 {9}010000000\\d\\d\\d02 {25}0300304 {4}05[01]06 07 "
                "08\\d{6}09 {5}10" + c_timestamp + "112\\|" + refused("0064", "15") << false << 0;
-        QTest::newRow("acknowledged, then unsubscribed") << c_start + msg("0060") + msg("0063") + msg("0063")
-            << none << none << none << 0 << c_started + accepted("0060") + accepted("0063") + refused("0063", "10") << false << 0;
         QTest::newRow("identifier, its 0052 after the 0005; subscriptions twice")
             << c_start + msg("0051", {}, "002") + msg("0051") + msg("0050", "VIN-42") + msg("0053") + msg("0054") + msg("0054")
             << none << none << none << 0
@@ -119,7 +117,6 @@ private slots:
             << c_started + "00390081001 {9}" + c_timestamp + "\\|" + refused("0082", "79") + accepted("0127") << false << 1;
         QTest::newRow("0003 ends the session") << c_start + msg("0003") + msg("0010") << none << none << none << 0
             << c_started + accepted("0003") << true << 0;
-        QTest::newRow("0002 of a client leaving") << c_start + msg("0002") << none << none << none << 0 << c_started << true << 0;
         QTest::newRow("MID before 0001") << msg("0010") << none << none << none << 0 << QString() << true << 1;
         QTest::newRow("length not digits") << c_start + "00x40001001         " + '\0' << none << none << none << 0 << c_started
             << true << 1;
@@ -134,11 +131,10 @@ private slots:
             << c_started << true << 1;
         QTest::newRow("a NUL now and then, never 0001") << QByteArray(1, '\0') << none << none << QByteArray(60, '\0') << 0
             << QString() << true << 1;
-        QTest::newRow("link down: tool commands refused, the alarm, its end when the link is back")
-            << c_start + msg("0070", {}, "002") + msg("0070") + msg("0018", "001") + msg("0042") + msg("0043")
-            << QByteArray("drop") << none << msg("9999").repeated(10) << 0
+        QTest::newRow("link down: tool commands refused, the alarm active") << c_start + msg("0070", {}, "002") + msg("0070")
+            + msg("0018", "001") + msg("0042") + msg("0043") << QByteArray("drop") << none << none << 0
             << c_started + accepted("0070") + "00570076002 {9}01102E101 03104005" + c_timestamp + "\\|" + refused("0070", "11")
-               + refused("0018", "27") + refused("0042", "27") + refused("0043", "27") + "00240074001 {9}E101\\|" << false << 0;
+               + refused("0018", "27") + refused("0042", "27") + refused("0043", "27") << false << 0;
         // Last: a refusal's counted line may come a second later, where only the flood counts lines.
         QTest::newRow("one client too many: 0004 error 16") << c_start << none << none << none << 2 << refused("0001", "16")
             << true << 1;
@@ -176,8 +172,7 @@ private slots:
             m_tool.say(tool);
         QTimer events;
         connect(&events, &QTimer::timeout, this, [this] { m_tool.say("event"); });
-        if (tool == "events")
-            events.start(2000);
+        events.start(tool == "events" ? 2000 : INT_MAX);
         QTimer trickling;
         connect(&trickling, &QTimer::timeout, this, [&] {
             if (trickle.isEmpty() || client.state() != QAbstractSocket::ConnectedState)
@@ -186,15 +181,9 @@ private slots:
             trickle.remove(0, 1);
         });
         trickling.start(200);
-        const bool keepingAlive = trickle.contains("9999");
         QByteArray received;
         const QRegularExpression pattern(QRegularExpression::anchoredPattern(answer));
-        const auto shown = [&] {
-            QByteArray seen = received;
-            if (keepingAlive)
-                seen.replace(msg("9999"), QByteArray());
-            return QString::fromLatin1(seen.replace('\0', '|'));
-        };
+        const auto shown = [&] { return QString::fromLatin1(QByteArray(received).replace('\0', '|')); };
         const auto done = [&] {
             received += client.readAll();
             if (!reply.isEmpty() && received.contains("0061")) {
@@ -217,21 +206,16 @@ private slots:
     // clients in place still answered.
     void refusalsCollapsed()
     {
+        QTest::qWait(1000);  // the clients of the rows before are gone
         const int linesBefore = m_daemon->count("refused");
         QList<std::shared_ptr<QTcpSocket>> clients;
         for (int i = 0; i < 202; ++i) {
             clients << std::make_shared<QTcpSocket>();
             clients.last()->connectToHost(QHostAddress::LocalHost, m_port);
             QVERIFY(clients.last()->waitForConnected(2000));
-            if (i < 2) {
-                clients.last()->write(c_start);
-                QVERIFY(clients.last()->waitForReadyRead(2000));
-                clients.last()->readAll();
-            }
         }
-        clients.first()->write(msg("9999"));
-        QVERIFY(clients.first()->waitForReadyRead(2000));
-        QCOMPARE(clients.first()->readAll(), msg("9999"));
+        clients.first()->write(c_start + msg("9999"));  // the first is one of the two allowed
+        QTRY_VERIFY(clients.first()->peek(1000).endsWith(msg("9999")));
         QTest::qWait(2500);  // the counted lines are said as their second ends
         QVERIFY2(m_daemon->count("refused") - linesBefore <= 20, m_daemon->errText().right(2000).constData());
     }
