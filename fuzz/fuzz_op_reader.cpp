@@ -2,7 +2,8 @@
 // Input: byte 0 sets the size of the chunks (1 to 32 bytes) the rest arrives in, as a socket
 // may cut it. Checked: read chunk by chunk, the stream gives the same messages and the same
 // end (malformed or not) as read at once; what waits unread never exceeds one message; every
-// message has a MID of 0 to 9999, revision 1 or more, and written again reads back the same.
+// message has a MID of 0 to 9999, revision 1 or more, and written again (at its revision,
+// without the no-ack flag) reads back the same.
 #include "d_op_message.h"
 #include "fuzz_check.h"
 
@@ -23,11 +24,12 @@ QList<QByteArray> readInChunks(const QByteArray& stream, int chunk)
         DOpMessage::EnRead read;
         while ((read = DOpMessage::read(buffer, &offset, &message, &error)) == DOpMessage::CeRead) {
             FUZZ_CHECK(message.mid() >= 0 && message.mid() <= 9999 && message.revision() >= 1);
-            const QByteArray written = DOpMessage(message.mid(), message.data()).bytes();
+            const QByteArray written = DOpMessage(message.mid(), message.data(), message.revision()).bytes();
             int again = 0;
             DOpMessage copy;
             FUZZ_CHECK(DOpMessage::read(written, &again, &copy, &error) == DOpMessage::CeRead);
-            FUZZ_CHECK(again == written.size() && copy.bytes() == written && copy.revision() == 1);
+            FUZZ_CHECK(again == written.size() && copy.bytes() == written && copy.revision() == message.revision()
+                       && !copy.noAck());
             outcome << QByteArray::number(message.revision()) + written;
         }
         if (read == DOpMessage::CeMalformed) {

@@ -6,6 +6,9 @@
 // - CPU: hytorcd's user + system time (/proc/PID/stat) with 5 clients (and with none, for
 //   comparison) while the simulator sends reports at the link's capacity (115200 baud).
 //   HYTORC_BENCH_SECONDS shortens each run (default 60).
+// - Under a flood: one client pipelines 0064 requests (reading its replies) for 30 s (or
+//   HYTORC_BENCH_SECONDS); meanwhile a report's way to a subscriber's 0061 (its commit in
+//   between) and another client's 9999 answer are timed, and compared with the same without the flood.
 #include "d_hytorc_process.h"
 #include "d_op_message.h"
 #include "d_simulated_tool.h"
@@ -21,8 +24,14 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
+#include <thread>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -88,7 +97,7 @@ struct DStation {
     {
         QTcpServer probe;
         probe.listen(QHostAddress::LocalHost);
-        const quint16 port = probe.serverPort();
+        port = probe.serverPort();
         probe.close();
         if (!tool.start(simulatorArguments))
             return;
@@ -117,6 +126,7 @@ struct DStation {
         return (fields.value(12).toLongLong() + fields.value(13).toLongLong()) / double(sysconf(_SC_CLK_TCK));
     }
 
+    quint16 port = 0;
     QTemporaryDir dir;
     DSimulatedTool tool;
     std::unique_ptr<DTimedHytorc> daemon;
@@ -202,8 +212,154 @@ void BM_CpuAtLinkCapacity(benchmark::State& state)
     }
 }
 
+// A client that keeps a pipeline of 0064 requests full and throws its replies away, on a
+// thread of its own with non-blocking sockets: the flood never slows the clients that time it.
+class DFlooder
+{
+public:
+    explicit DFlooder(quint16 port)
+        : m_thread([this, port] { run(port); })
+    {
+    }
+    ~DFlooder()
+    {
+        m_stop = true;
+        m_thread.join();
+    }
+    // Reply bytes read so far; it stops growing when the flooder was closed.
+    qint64 replyBytes() const { return m_replyBytes; }
+
+private:
+    void run(quint16 port)
+    {
+        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
+            flood(fd);
+        ::close(fd);
+    }
+
+    void flood(int fd)
+    {
+        const QByteArray start = msg(1);
+        ::send(fd, start.constData(), size_t(start.size()), MSG_NOSIGNAL);
+        const QByteArray requests = DOpMessage(64, "0000000000").bytes().repeated(100);
+        char replies[65536];
+        qint64 offset = 0;
+        while (!m_stop) {
+            const ssize_t sent = ::send(fd, requests.constData() + offset, size_t(requests.size() - offset),
+                                        MSG_DONTWAIT | MSG_NOSIGNAL);
+            const bool sendFailed = sent < 0 && errno != EAGAIN;
+            const ssize_t read = ::recv(fd, replies, sizeof replies, MSG_DONTWAIT);
+            if (read == 0 || sendFailed || (read < 0 && errno != EAGAIN))
+                return;
+            offset = sent > 0 ? (offset + sent) % requests.size() : offset;
+            m_replyBytes += std::max<ssize_t>(read, 0);
+            if (sent <= 0 && read < 0) {
+                pollfd wanted{fd, POLLIN | POLLOUT, 0};
+                ::poll(&wanted, 1, 10);
+            }
+        }
+    }
+
+    std::atomic<bool> m_stop{false};
+    std::atomic<qint64> m_replyBytes{0};
+    std::thread m_thread;
+};
+
+// Another client's 9999, answered: milliseconds from the request to its mirror.
+class DProber
+{
+public:
+    explicit DProber(quint16 port)
+    {
+        QObject::connect(&m_socket, &QTcpSocket::readyRead, [this] {
+            m_buffer += m_socket.readAll();
+            while (m_buffer.contains(msg(9999))) {
+                m_buffer.remove(0, m_buffer.indexOf(msg(9999)) + msg(9999).size());
+                replies.push_back(m_clock.nsecsElapsed() / 1e6);
+            }
+        });
+        m_socket.connectToHost(QHostAddress::LocalHost, port);
+        m_socket.write(msg(1));
+    }
+    void probe()
+    {
+        m_clock.start();
+        m_socket.write(msg(9999));
+    }
+
+    std::vector<double> replies;
+
+private:
+    QTcpSocket m_socket;
+    QElapsedTimer m_clock;
+    QByteArray m_buffer;
+};
+
+// Reports and keep-alives for `seconds`, one each 200 ms: their p99 in milliseconds.
+std::pair<double, double> timedRounds(DStation* station, DProber* prober, int seconds)
+{
+    std::vector<double> reportsMs;
+    for (int round = 0; round < seconds * 5; ++round) {
+        const int before = station->received(0);
+        const qint64 sentAt = station->clock.nsecsElapsed();
+        station->tool.say("event");
+        prober->probe();
+        spinUntil([&] { return station->received(0) > before; }, 5000);
+        if (station->received(0) > before)
+            reportsMs.push_back((station->subscribers.at(0)->arrivals.last() - sentAt) / 1e6);
+        spin(200);
+    }
+    if (reportsMs.empty() || prober->replies.empty())
+        return {-1, -1};
+    return {percentile(reportsMs, 0.99), percentile(prober->replies, 0.99)};
+}
+
+void BM_UnderFlood(benchmark::State& state)
+{
+    const int seconds = qEnvironmentVariableIsSet("HYTORC_BENCH_SECONDS")
+        ? qBound(1, qEnvironmentVariableIntValue("HYTORC_BENCH_SECONDS"), 30) : 30;
+    DStation station({"--baud", "0"}, 1);
+    if (!station.ready) {
+        state.SkipWithError("hytorcd, the simulator or the clients could not start");
+        return;
+    }
+    DProber prober(station.port);
+    spin(500);
+    for (auto _ : state) {
+        const std::pair<double, double> quiet = timedRounds(&station, &prober, 5);
+        prober.replies.clear();
+        DFlooder flooder(station.port);
+        spin(1000);  // the pipeline full
+        const qint64 repliesBefore = flooder.replyBytes();
+        const std::pair<double, double> flooded = timedRounds(&station, &prober, seconds);
+        spin(500);
+        if (flooder.replyBytes() == repliesBefore) {
+            state.SkipWithError("the flooder got no replies: closed, the figures are not under a flood");
+            return;
+        }
+        state.counters["0065_per_s"] = (flooder.replyBytes() - repliesBefore) / 118.0 / seconds;
+        if (flooded.first < 0 || flooded.second < 0) {
+            state.SkipWithError("no report or no keep-alive came back under the flood");
+            return;
+        }
+        state.counters["report_p99_ms_quiet"] = quiet.first;
+        state.counters["report_p99_ms_flood"] = flooded.first;
+        state.counters["report_added_p99_ms"] = flooded.first - quiet.first;
+        state.counters["9999_p99_ms_quiet"] = quiet.second;
+        state.counters["9999_p99_ms_flood"] = flooded.second;
+        state.counters["9999_added_p99_ms"] = flooded.second - quiet.second;
+    }
+}
+
 } // namespace
 
+// A flood of 0064 from one client against a report's commit and another client's answer.
+BENCHMARK(BM_UnderFlood)->Unit(benchmark::kSecond)->Iterations(1);
 // {clients, journal on disk}: tmpfs shows what the journal's fsync costs of the whole.
 BENCHMARK(BM_ReportTo0061)->Args({1, 1})->Args({5, 1})->Args({1, 0})->Args({5, 0})->Unit(benchmark::kMillisecond)->Iterations(1);
 // 0 clients: hytorcd's own share (link, plug-in, journal), for comparison.

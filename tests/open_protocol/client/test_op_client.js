@@ -4,45 +4,20 @@
 // tool locked and unlocked, keep-alive, and the client's own reconnection after hytorcd restarts.
 // Run by CTest with HYTORC_BUILD_DIR set; the package comes from `npm ci` (scripts/setup.sh).
 const assert = require('assert');
-const { spawn } = require('child_process');
-const [fs, net, os, path] = ['fs', 'net', 'os', 'path'].map(require);
+const path = require('path');
 const { OpenProtocolNutrunner } = require('node-nutrunner-open-library');
+const { run, until, sleep, freePort, runTest } = require('../station.js');
 
-const bin = path.join(process.env.HYTORC_BUILD_DIR || 'build', 'bin');
-const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'op-client-'));
-const link = path.join(dir, 'tool');
-const children = [];
-
-function run(program, args) {
-  const child = spawn(path.join(bin, program), args, { stdio: ['pipe', 'pipe', 'pipe'] });
-  Object.assign(child, { out: '', err: '' });
-  child.stdout.on('data', (d) => { child.out += d; });
-  child.stderr.on('data', (d) => { child.err += d; });
-  children.push(child);
-  return child;
-}
-
-async function until(what, check, ms = 15000) {
-  for (const end = Date.now() + ms; !check(); await sleep(50)) {
-    if (Date.now() > end) throw new Error(`timed out waiting for ${what}`);
-  }
-}
-
-const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
-
-const freePort = () => new Promise((resolve) => {
-  const probe = net.createServer().listen(0, '127.0.0.1', () => {
-    const { port } = probe.address();
-    probe.close(() => resolve(port));
-  });
-});
+let dir;
+let link;
 
 function startDaemon(port) {
   return run('hytorcd', ['--device', link, '--journal', path.join(dir, 'r.db'), '--station', 'T1',
     '--op-port', String(port), '--op-idle', '10']);
 }
 
-async function main() {
+async function main(folder) {
+  [dir, link] = [folder, path.join(folder, 'tool')];
   const sim = run('hytorc-sim', ['--link', link]);
   await until('the simulator', () => sim.out.includes('\n'));
   const port = await freePort();
@@ -65,7 +40,7 @@ async function main() {
   assert.deepStrictEqual(results.map((r) => r.tighteningId), ['0000000001', '0000000002']);
   const { controllerName, cellId, paramSetId, torqueTarget } = results[0];
   assert.deepStrictEqual({ controllerName, cellId, paramSetId, torqueTarget },  // P1: 120 ft·lb
-    { controllerName: 'T1', cellId: 1, paramSetId: 1, torqueTarget: 162.7 });
+    { controllerName: 'T1', cellId: 1, paramSetId: 1, torqueTarget: 162.69 });  // truncated, not rounded
   assert.ok(results[0].torque > 140 && results[0].torque < 170, `torque ${results[0].torque}`);
   assert.match(results[0].timestamp, /^\d{4}-\d\d-\d\d:\d\d:\d\d:\d\d$/);
 
@@ -99,16 +74,4 @@ async function main() {
   await until('hytorcd stopped', () => daemon.exitCode === 0);
 }
 
-// No simulator or hytorcd outlives the test, even after an uncaught exception.
-const stopAll = () => children.forEach((child) => child.kill('SIGTERM'));
-process.on('exit', stopAll);
-main().then(() => {
-  console.log('PASS: the third-party client against hytorcd');
-}, (error) => {
-  console.error(`FAIL: ${error.stack}`);
-  for (const child of children) console.error(`--- ${child.spawnfile}\n${child.err}`);
-  process.exitCode = 1;
-}).finally(() => {
-  stopAll();
-  fs.rmSync(dir, { recursive: true, force: true });
-});
+runTest('the third-party client against hytorcd', main);

@@ -4,8 +4,8 @@
 #include <QByteArray>
 #include <QString>
 
-// One Open Protocol message: a 20-byte ASCII header (length, MID, revision, then flags and
-// ids we ignore), its data and a NUL. Read liberally (NULs between messages, headers padded
+// One Open Protocol message: a 20-byte ASCII header (length, MID, revision, the no-ack flag,
+// then ids we ignore), its data and a NUL. Read liberally (NULs between messages, headers padded
 // past 20 bytes with spaces, a blank revision), written exactly by the published layout.
 class DOpMessage
 {
@@ -15,11 +15,13 @@ public:
     static constexpr int c_maxLength = 9999;
 
     DOpMessage() = default;
-    DOpMessage(int mid, const QByteArray& data);
+    DOpMessage(int mid, const QByteArray& data, int revision = 1);
 
     int mid() const { return m_mid; }
     // 1 for a blank or "000" revision, as the protocol says.
     int revision() const { return m_revision; }
+    // Header byte 12 is '1': the subscriber will not acknowledge what it asked to be pushed.
+    bool noAck() const { return m_noAck; }
     QByteArray data() const { return m_data; }
     // The data without the spaces that padded headers and right-aligned numbers leave around it.
     QByteArray trimmedData() const { return m_data.trimmed(); }
@@ -29,12 +31,13 @@ public:
     // the NULs only. CeMalformed: `*error` says what is wrong; the rest of the stream is lost.
     static EnRead read(const QByteArray& buffer, int* offset, DOpMessage* message, QString* error);
 
-    // Header (revision 001, bytes 12-20 spaces), data, NUL.
+    // Header (bytes 12-20 spaces), data, NUL.
     QByteArray bytes() const;
 
 private:
     int m_mid = 0;
     int m_revision = 1;
+    bool m_noAck = false;
     QByteArray m_data;
 };
 

@@ -1,9 +1,13 @@
 #include "d_op_server.h"
 
 #include "d_message_handler.h"
+#include "d_op_program_layouts.h"
 #include "d_op_session.h"
 #include "d_result_journal.h"
+#include "d_station_part.h"
 #include "d_station_service.h"
+
+#include <QtDebug>
 
 #include <QTcpSocket>
 
@@ -13,6 +17,9 @@ namespace {
 
 const QString c_any = QStringLiteral("any");
 constexpr int c_retryMs = 10000;
+// Alarm codes of ours (4 characters, as both revisions of 0071 carry them).
+const QString c_toolAlarmCode = QStringLiteral("E101");
+const QString c_resultsLostCode = QStringLiteral("E201");
 
 QStringList items(const QString& list)
 {
@@ -63,9 +70,9 @@ QList<DStationConfig::DKey> DOpServer::configKeys()
          },
          QStringLiteral("The Open Protocol clients allowed, by address or block. Default: all that reach --op-bind.")},
         {QStringLiteral("op-clients"), QStringLiteral("5"), QStringLiteral("a number, 1 to 100"), DStationConfig::integer(1, 100),
-         QStringLiteral("How many Open Protocol clients at once; one more is closed at once.")},
+         QStringLiteral("How many Open Protocol clients at once; one more hears 0004 error 16 and is closed.")},
         {QStringLiteral("op-idle"), QStringLiteral("15"), QStringLiteral("seconds, 1 to 3600"), seconds,
-         QStringLiteral("An Open Protocol client silent this long is closed (the protocol's keep-alive rule).")},
+         QStringLiteral("An Open Protocol client that exchanged no whole message this long is closed (the keep-alive rule).")},
         {QStringLiteral("op-ack-timeout"), QStringLiteral("10"), QStringLiteral("seconds, 1 to 3600"), seconds,
          QStringLiteral("A result (0061) not acknowledged this long is sent again, 3 times at most, then the client is closed.")},
         {QStringLiteral("op-good-status"), QStringLiteral("PASSED,OK"), QStringLiteral("the tool's status words, comma-separated"),
@@ -84,8 +91,8 @@ DOpServer::DOpServer(const DStationConfig& config, DStationService* service, DSt
     , m_service(service)
     , m_part(part)
     , m_journal(journal)
-    , m_layouts({config.intValue(QStringLiteral("op-cell")), config.intValue(QStringLiteral("op-channel")),
-                 service->station(), items(config.value(QStringLiteral("op-good-status")))})
+    , m_settings({config.intValue(QStringLiteral("op-cell")), config.intValue(QStringLiteral("op-channel")),
+                   service->station(), items(config.value(QStringLiteral("op-good-status")))})
     , m_port(config.intValue(QStringLiteral("op-port")))
     , m_bind(config.value(QStringLiteral("op-bind")).trimmed())
     , m_maxClients(config.intValue(QStringLiteral("op-clients")))
@@ -103,14 +110,29 @@ DOpServer::DOpServer(const DStationConfig& config, DStationService* service, DSt
             session->onCommitted(id);
     });
     connect(m_service, &DStationService::sigProgramSelected, this, &DOpServer::onProgramSelected);
+    connect(m_service, &DStationService::sigToolStateChanged, this, &DOpServer::onToolStateChanged);
+    connect(m_journal, &DResultJournal::sigEventRecorded, this, &DOpServer::onEventRecorded);
+    connect(m_part, &DStationPart::sigIdentifiersChanged, this, [this] {
+        for (DOpSession* session : qAsConst(m_sessions))
+            session->onIdentifiersChanged();
+    });
+    connect(m_part, &DStationPart::sigLockAtBatchDoneChanged, this, [this](bool locked) {
+        for (DOpSession* session : qAsConst(m_sessions))
+            session->onLockAtBatchDoneChanged(locked);
+    });
+    m_toolAlarm = {c_toolAlarmCode, QStringLiteral("tool is inaccessible"), false, QDateTime()};
 }
 
 DOpServer::~DOpServer() = default;
 
 void DOpServer::start()
 {
-    if (m_port != 0)
-        listen();
+    if (m_port == 0)
+        return;
+    // Until the tool's link is up, the tool is inaccessible.
+    m_toolAlarmActive = !m_service->isToolConnected();
+    m_toolAlarm.when = QDateTime::currentDateTime();
+    listen();
 }
 
 void DOpServer::listen()
@@ -134,49 +156,118 @@ void DOpServer::stop()
         session->close(QString());
 }
 
-QByteArray DOpServer::lastResultData(qint64 id)
+QByteArray DOpServer::lastResultData(qint64 id, int revision)
 {
-    if (id == m_cachedId)
-        return m_cachedData;
-    const QVariantMap row = m_journal->row(id);
-    if (row.isEmpty()) {
+    if (id != m_cachedId) {
+        m_cachedId = 0;
+        m_cachedData.clear();
+    }
+    const auto cached = m_cachedData.constFind(revision);
+    if (cached != m_cachedData.cend())
+        return cached.value();
+    const std::optional<DOpResultLayouts> layouts = resultLayouts(id);
+    if (!layouts) {
         DMessageHandler::say(QStringLiteral("Open Protocol: result %1 not in the journal; not sent").arg(id));
         return QByteArray();
     }
-    const int progId = row.value(QStringLiteral("progId")).toInt();
-    const QVariantMap program = m_service->programs().value(progId - 1).toMap();
     m_cachedId = id;
-    m_cachedData = m_layouts.lastResult(row, program, m_lastProgramChange.isValid() ? m_lastProgramChange : m_service->connectedSince());
-    return m_cachedData;
+    return *m_cachedData.insert(revision, layouts->lastResult(revision));
 }
 
+QByteArray DOpServer::oldResultData(qint64 id, int revision) const
+{
+    const std::optional<DOpResultLayouts> layouts = resultLayouts(id);
+    return layouts ? layouts->oldResult(revision) : QByteArray();
+}
+
+std::optional<DOpResultLayouts> DOpServer::resultLayouts(qint64 id) const
+{
+    const QVariantMap row = m_journal->row(id);
+    if (row.isEmpty())
+        return std::nullopt;
+    const QVariantMap program = m_service->programs().value(row.value(QStringLiteral("progId")).toInt() - 1).toMap();
+    return DOpResultLayouts(m_settings, row, program, lastProgramChange());
+}
+
+QByteArray DOpServer::programSelectedData(int revision, int progId, const QDateTime& when) const
+{
+    const QVariantMap program = m_service->programs().value(progId - 1).toMap();
+    return DOpProgramLayouts::programSelected(revision, progId, when, program, m_part->programSettings(progId));
+}
+
+QDateTime DOpServer::lastProgramChange() const
+{
+    return m_lastProgramChange.isValid() ? m_lastProgramChange : m_service->connectedSince();
+}
+
+// A client past the limit is let in to hear 0004 error 16 to its 0001 (Open Protocol R2.8.0,
+// p.44); past as many again, it is closed at once.
 void DOpServer::onNewConnection()
 {
     while (QTcpSocket* socket = m_server.nextPendingConnection()) {
         const QHostAddress peer = plain(socket->peerAddress());
-        QString refusal;
-        if (!allowed(peer))
-            refusal = QStringLiteral("not in --op-allow");
-        else if (m_sessions.size() >= m_maxClients)
-            refusal = QStringLiteral("%1 clients already").arg(m_maxClients);
-        if (!refusal.isEmpty()) {
-            DMessageHandler::say(QStringLiteral("Open Protocol client %1 refused: %2").arg(peer.toString(), refusal));
-            socket->abort();
-            socket->deleteLater();
+        const QString address = peer.isNull() ? QStringLiteral("(address gone)") : peer.toString();
+        if (!allowed(peer)) {
+            refuse(socket, address, QStringLiteral("not in --op-allow"));
             continue;
         }
-        auto* session = new DOpSession(socket, peer.toString(), this);
+        const int busy = busySessions();
+        const bool full = m_sessions.size() - busy >= m_maxClients;
+        if (full && busy >= m_maxClients) {
+            refuse(socket, address, QStringLiteral("%1 clients already").arg(m_maxClients));
+            continue;
+        }
+        if (full)
+            qWarning().noquote() << QStringLiteral("Open Protocol client %1 refused: %2 clients already; told so (0004 error 16)")
+                                        .arg(address).arg(m_maxClients);
+        auto* session = new DOpSession(socket, address, full, this);
         connect(session, &DOpSession::sigClosed, this, [this, session] { forget(session); });
         m_sessions << session;
     }
+}
+
+// Through the message handler's warnings: a flood of refusals is counted, not repeated.
+void DOpServer::refuse(QTcpSocket* socket, const QString& peer, const QString& why)
+{
+    qWarning().noquote() << QStringLiteral("Open Protocol client %1 refused: %2").arg(peer, why);
+    socket->abort();
+    socket->deleteLater();
+}
+
+int DOpServer::busySessions() const
+{
+    return int(std::count_if(m_sessions.cbegin(), m_sessions.cend(), [](DOpSession* session) { return session->isBusy(); }));
 }
 
 void DOpServer::onProgramSelected(int progId, const QDateTime& when)
 {
     m_lastProgramChange = when;
     m_cachedId = 0;
+    m_cachedData.clear();
     for (DOpSession* session : qAsConst(m_sessions))
         session->onProgramSelected(progId, when);
+}
+
+void DOpServer::onToolStateChanged(bool connected)
+{
+    if (m_toolAlarmActive != connected)
+        return;
+    m_toolAlarmActive = !connected;
+    m_toolAlarm.when = QDateTime::currentDateTime();
+    const QList<DOpSession*> sessions = m_sessions;
+    for (DOpSession* session : sessions)
+        session->onAlarm(m_toolAlarm, !connected);
+}
+
+// Results lost on a full disk: an alarm of the moment, the journal's event row keeps it.
+void DOpServer::onEventRecorded(const QString& kind, const QString& text)
+{
+    if (kind != QLatin1String("results-lost"))
+        return;
+    const DOpAlarmLayouts::DAlarm alarm{c_resultsLostCode, text, m_service->isToolConnected(), QDateTime::currentDateTime()};
+    const QList<DOpSession*> sessions = m_sessions;
+    for (DOpSession* session : sessions)
+        session->onAlarm(alarm, true);
 }
 
 bool DOpServer::allowed(const QHostAddress& address) const

@@ -23,6 +23,18 @@ DOpFields& DOpFields::text(const QString& text, int width)
 
 DOpFields& DOpFields::number(int id, qint64 value, int width) { return this->id(id).number(value, width); }
 
+DOpFields& DOpFields::number(int id, std::optional<qint64> value, int width)
+{
+    return value ? number(id, *value, width) : blank(id, width);
+}
+
 DOpFields& DOpFields::text(int id, const QString& text, int width) { return this->id(id).text(text, width); }
+
+DOpFields& DOpFields::blank(int id, int width)
+{
+    this->id(id);
+    m_data += QByteArray(width, ' ');
+    return *this;
+}
 
 DOpFields& DOpFields::id(int id) { return number(id, 2); }

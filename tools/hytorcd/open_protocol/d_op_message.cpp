@@ -8,6 +8,7 @@ constexpr int c_lengthDigits = 4;
 constexpr int c_midOffset = 4;
 constexpr int c_revisionOffset = 8;
 constexpr int c_revisionDigits = 3;
+constexpr int c_noAckOffset = 11;
 
 // The value of `count` ASCII digits, or -1 when one is not a digit.
 int digits(const char* text, int count)
@@ -40,8 +41,9 @@ QString printable(const char* text, int count)
 
 } // namespace
 
-DOpMessage::DOpMessage(int mid, const QByteArray& data)
+DOpMessage::DOpMessage(int mid, const QByteArray& data, int revision)
     : m_mid(mid)
+    , m_revision(revision)
     , m_data(data)
 {
 }
@@ -78,6 +80,7 @@ DOpMessage::EnRead DOpMessage::read(const QByteArray& buffer, int* offset, DOpMe
     }
     message->m_mid = mid;
     message->m_revision = revision;
+    message->m_noAck = start[c_noAckOffset] == '1';
     message->m_data = QByteArray(start + c_headerSize, length - c_headerSize);
     *offset += length + 1;
     return CeRead;
@@ -87,7 +90,8 @@ QByteArray DOpMessage::bytes() const
 {
     QByteArray bytes = QByteArray::number(c_headerSize + m_data.size()).rightJustified(c_lengthDigits, '0');
     bytes += QByteArray::number(m_mid).rightJustified(c_lengthDigits, '0');
-    bytes += "001         ";
+    bytes += QByteArray::number(m_revision).rightJustified(c_revisionDigits, '0');
+    bytes += QByteArray(c_headerSize - c_midOffset - c_lengthDigits - c_revisionDigits, ' ');
     bytes += m_data;
     bytes += '\0';
     return bytes;
