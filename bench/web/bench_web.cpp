@@ -22,6 +22,7 @@
 #include <QTemporaryDir>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 
 #include <ctime>
@@ -226,7 +227,8 @@ void BM_ReportToCommit(benchmark::State& state)
     std::vector<double> eventMs;
     for (auto _ : state) {
         for (int round = 1; round <= c_rounds; ++round) {
-            const double told = wallMs();
+            // receivedAt is in whole milliseconds: the time told is too, so that no delay reads below 0.
+            const double told = std::floor(wallMs());
             station.tool.say("event");
             QByteArray row;
             (void)QTest::qWaitFor([&] { return (row = get(station.port, "/api/results?order=newest&limit=1")).contains("\"id\":" + QByteArray::number(round) + ','); }, 5000);
