@@ -80,7 +80,8 @@ private slots:
         // Frames written twice, as a flaky radio link does: a doubled report is still one tightening.
         QVERIFY(tool.start({"--record", tool.recordPath(), "--event-shape", "mixed", "--duplicate-writes", "100"}));
         QScopedPointer<DTimedHytorc> station(service(tool.linkPath(), journal()));
-        QVERIFY(QTest::qWaitFor([&] { return station->count("listening") == 1; }, 20000));
+        // A doubled reply frame can cost the first identification its transaction; the retry follows.
+        QVERIFY2(QTest::qWaitFor([&] { return station->count("listening") == 1; }, 60000), station->errText().constData());
         for (int i = 0; i < 6; ++i)
             tool.say("event");
         QVERIFY(QTest::qWaitFor([&] { return exported(journal()).size() == 4; }, 10000));
