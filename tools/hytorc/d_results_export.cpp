@@ -85,10 +85,8 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         {"identifier", "Only results of this part: any of its identifiers.", "text"},
         {"format", "jsonl (default) or csv.", "format"},
         {"follow", "Keep printing new results as the service commits them, until interrupted."},
-        {"postgres", "The plant database that hytorc-collector fills, in place of the journal (libpq's connection "
-                     "string; the password from PGPASSFILE).", "conninfo"},
-        {"station", "With --postgres: only this station's results.", "name"},
     });
+    parser.addOptions(plantOptions());
     if (!parser.parse(arguments)) {
         *message = parser.errorText() + QStringLiteral(" (try: hytorc results --help)");
         return false;
@@ -99,9 +97,7 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         return false;
     }
     m_journalPath = parser.isSet("journal") ? parser.value("journal") : DResultJournal::defaultPath();
-    m_postgres = parser.value("postgres");
-    m_station = parser.value("station");
-    if (!checkPlantSource(parser, message))
+    if (!readPlantSource(parser, &m_postgres, &m_station, message))
         return false;
     if (parser.isSet("postgres") && parser.isSet("follow")) {
         *message = QStringLiteral("--postgres has no --follow: its rows come from many stations");
@@ -124,8 +120,18 @@ bool DResultsExport::parse(const QStringList& arguments, QString* message, bool*
         || (*message = QStringLiteral("results takes no other words (try: hytorc results --help)"), false);
 }
 
-bool DResultsExport::checkPlantSource(const QCommandLineParser& parser, QString* message)
+QList<QCommandLineOption> DResultsExport::plantOptions()
 {
+    return {{"postgres", "The plant database that hytorc-collector fills, in place of the journal (libpq's connection "
+                         "string; the password from PGPASSFILE).", "conninfo"},
+            {"station", "With --postgres: only this station's results.", "name"}};
+}
+
+bool DResultsExport::readPlantSource(const QCommandLineParser& parser, QString* postgres, QString* station,
+                                     QString* message)
+{
+    *postgres = parser.value("postgres");
+    *station = parser.value("station");
     if (!parser.isSet("postgres"))
         return !parser.isSet("station") || (*message = QStringLiteral("--station goes with --postgres"), false);
     if (parser.isSet("journal")) {

@@ -6,6 +6,7 @@
 
 #include <functional>
 
+class QCommandLineOption;
 class QCommandLineParser;
 
 // `hytorc results`: prints the journal's rows as JSON lines or CSV, then with --follow the
@@ -14,8 +15,10 @@ class QCommandLineParser;
 class DResultsExport : public DSubcommand
 {
 public:
-    // --postgres CONNINFO stands for --journal; --station goes with it. False with one line.
-    static bool checkPlantSource(const QCommandLineParser& parser, QString* message);
+    // --postgres CONNINFO, in place of --journal, and --station, which goes with it.
+    static QList<QCommandLineOption> plantOptions();
+    // Their values once parsed; false with one line.
+    static bool readPlantSource(const QCommandLineParser& parser, QString* postgres, QString* station, QString* message);
 
 protected:
     bool parse(const QStringList& arguments, QString* message, bool* helpShown) override;

@@ -31,16 +31,9 @@ QString tableLine(const QStringList& cells)
 
 } // namespace
 
-int DSpcReport::run(const QStringList& arguments)
+int DSpcReport::execute()
 {
     QString message;
-    bool helpShown = false;
-    if (!parse(arguments, &message, &helpShown)) {
-        std::fputs(qPrintable(helpShown ? message : QString()), stdout);
-        if (!helpShown)
-            DMessageHandler::say(message);
-        return helpShown ? CeExitSuccess : CeExitUsage;
-    }
     DResultJournal journal;
     QMap<int, DSpc> programs;
     const bool read = m_postgres.isEmpty() ? journal.open(m_journalPath, DResultJournal::CeReader, &message)
@@ -105,10 +98,8 @@ bool DSpcReport::parse(const QStringList& arguments, QString* message, bool* hel
         {"since", "Only results received at or after this time (ISO 8601; local time without a zone).", "time"},
         {"until", "Only results received at or before this time.", "time"},
         {"format", "table (default) or json (one object per program and line, as the web page's /api/spc).", "format"},
-        {"postgres", "The plant database that hytorc-collector fills, in place of the journal (libpq's connection "
-                     "string; the password from PGPASSFILE).", "conninfo"},
-        {"station", "With --postgres: only this station's results.", "name"},
     });
+    parser.addOptions(DResultsExport::plantOptions());
     if (!parser.parse(arguments)) {
         *message = parser.errorText() + QStringLiteral(" (try: hytorc spc --help)");
         return false;
@@ -119,9 +110,7 @@ bool DSpcReport::parse(const QStringList& arguments, QString* message, bool* hel
         return false;
     }
     m_journalPath = parser.isSet("journal") ? parser.value("journal") : DResultJournal::defaultPath();
-    m_postgres = parser.value("postgres");
-    m_station = parser.value("station");
-    if (!DResultsExport::checkPlantSource(parser, message))
+    if (!DResultsExport::readPlantSource(parser, &m_postgres, &m_station, message))
         return false;
     const DResultFilter::DOptions filters{
         {"program", DResultFilter::CeProgram}, {"since", DResultFilter::CeFrom}, {"until", DResultFilter::CeTo}};

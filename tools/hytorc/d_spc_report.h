@@ -2,6 +2,7 @@
 #define D_SPC_REPORT_H
 
 #include "d_result_journal.h"
+#include "d_subcommand.h"
 
 #include <QMap>
 #include <QStringList>
@@ -10,16 +11,13 @@ class DSpc;
 
 // `hytorc spc`: each program's torque figures over the journal (n, mean, spread, Cp, Cpk, NOK
 // rate) as a table or JSON lines, by the same code as the station's web page.
-class DSpcReport
+class DSpcReport : public DSubcommand
 {
-public:
-    enum EnExitCode { CeExitSuccess = 0, CeExitFailure = 1, CeExitUsage = 2 };
-
-    // `arguments` from the word "spc" on.
-    int run(const QStringList& arguments);
+protected:
+    bool parse(const QStringList& arguments, QString* message, bool* helpShown) override;
+    int execute() override;
 
 private:
-    bool parse(const QStringList& arguments, QString* message, bool* helpShown);
     // The plant database's rows (one station's, or every one's) through the same figures.
     bool fromPostgres(QMap<int, DSpc>* programs, QString* error) const;
 
